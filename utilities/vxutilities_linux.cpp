@@ -1,0 +1,130 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// System identity on Linux. The system version is the running kernel's
+// release from uname ("6.1.0-18-amd64" reads as 6.1.0); the model comes from
+// the DMI table in /sys (or the device tree on boards without DMI); the
+// serial number is the DMI product serial, which only root may read on most
+// machines, else /etc/machine-id, which is stable per installation rather
+// than per machine. There is no binary translation layer to report.
+#include "vxutilities_p.h"
+
+#include "vxfourcharcode.h"
+
+#include <QFile>
+#include <QRegularExpression>
+
+#include <sys/utsname.h>
+
+namespace {
+QString g_root;
+std::optional<QString> g_kernelRelease;
+
+QString systemPath(const char *path)
+{
+    return g_root + QLatin1String(path);
+}
+
+QString readFirstLine(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return QString();
+    // Device-tree strings end in NUL.
+    QByteArray line = f.read(4096);
+    const qsizetype cut = line.indexOf('\0');
+    if (cut >= 0)
+        line.truncate(cut);
+    return QString::fromUtf8(line).section(QLatin1Char('\n'), 0, 0).trimmed();
+}
+
+QString kernelRelease()
+{
+    if (g_kernelRelease)
+        return *g_kernelRelease;
+    struct utsname u;
+    if (::uname(&u) != 0)
+        return QString();
+    return QString::fromUtf8(u.release);
+}
+} // namespace
+
+void VXUtilitiesPlatform::setSystemRoot(const QString &root)
+{
+    g_root = root;
+}
+
+void VXUtilitiesPlatform::setKernelRelease(const std::optional<QString> &release)
+{
+    g_kernelRelease = release;
+}
+
+std::optional<quint32> VXUtilitiesPlatform::systemVersionSelector(quint32 selector)
+{
+    static const QRegularExpression pattern(QStringLiteral("^(\\d+)(?:\\.(\\d+))?(?:\\.(\\d+))?"));
+    const QRegularExpressionMatch m = pattern.match(kernelRelease());
+    if (!m.hasMatch())
+        return std::nullopt;
+    auto component = [&](int n) -> std::optional<quint32> {
+        if (m.captured(n).isEmpty())
+            return std::nullopt;
+        bool ok = false;
+        const uint v = m.captured(n).toUInt(&ok);
+        if (!ok || v > 0xFFFF)
+            return std::nullopt;
+        return v;
+    };
+    switch (selector) {
+    case VXFourCharCode::make("sys1"):
+        return component(1);
+    case VXFourCharCode::make("sys2"):
+        return component(2);
+    case VXFourCharCode::make("sys3"):
+        return component(3);
+    case VXFourCharCode::make("sysv"): {
+        const auto major = component(1);
+        if (!major || *major > 99)
+            return std::nullopt;
+        const quint32 minor = std::min<quint32>(component(2).value_or(0), 15);
+        const quint32 bugfix = std::min<quint32>(component(3).value_or(0), 15);
+        return ((*major / 10) << 12) | ((*major % 10) << 8) | (minor << 4) | bugfix;
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+double VXUtilitiesPlatform::appKitVersionNumber()
+{
+    // The newest release the predicates know: every "...OrNewer" answers true.
+    return 2299.0;
+}
+
+QString VXUtilitiesPlatform::machineModel()
+{
+    QString model = readFirstLine(systemPath("/sys/class/dmi/id/product_name"));
+    if (model.isEmpty())
+        model = readFirstLine(systemPath("/proc/device-tree/model"));
+    return model;
+}
+
+std::optional<QString> VXUtilitiesPlatform::machine()
+{
+    struct utsname u;
+    if (::uname(&u) != 0)
+        return std::nullopt;
+    return QString::fromUtf8(u.machine);
+}
+
+bool VXUtilitiesPlatform::translated()
+{
+    return false;
+}
+
+QString VXUtilitiesPlatform::serialNumber()
+{
+    QString serial = readFirstLine(systemPath("/sys/class/dmi/id/product_serial"));
+    if (serial.isEmpty())
+        serial = readFirstLine(systemPath("/etc/machine-id"));
+    return serial.isEmpty() ? QString() : serial;
+}
