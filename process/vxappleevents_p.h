@@ -1,0 +1,26 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+// The object every library process exports on the session bus, at
+// VXAppleEventsPrivate::objectPath under the name serviceNameForPid().
+class VXAppleEventReceiver : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.quillet.VX.AppleEvents")
+public:
+    using QObject::QObject;
+
+public Q_SLOTS:
+    // Answers 0 when a handler took the event, -1708 (event not handled)
+    // otherwise.
+    int HandleEvent(uint eventClass, uint eventID, const QString &directParameter);
+};
+
+namespace VXAppleEventsPrivate {
+inline constexpr char objectPath[] = "/org/quillet/VX/AppleEvents";
+inline constexpr char interfaceName[] = "org.quillet.VX.AppleEvents";
+} // namespace VXAppleEventsPrivate
