@@ -3,7 +3,6 @@
 #pragma once
 
 #include <QString>
-
 #include <functional>
 
 // Inter-application events: four-character event class and ID, with an

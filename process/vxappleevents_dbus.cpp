@@ -5,11 +5,9 @@
 // well-known name "org.quillet.VX.p<pid>" and exports one object whose
 // HandleEvent method takes (event class, event ID, text). Without a session
 // bus nothing can be received, and installHandler says so.
-#include "vxappleevents.h"
-
-#include "vxappleevents_p.h"
-
 #include "utilities/vxlog.h"
+#include "vxappleevents.h"
+#include "vxappleevents_p.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -43,7 +41,7 @@ bool ensureExported()
     }
     auto *receiver = new VXAppleEventReceiver(QCoreApplication::instance());
     if (!bus.registerObject(QString::fromLatin1(VXAppleEventsPrivate::objectPath), receiver,
-                            QDBusConnection::ExportAllSlots)) {
+            QDBusConnection::ExportAllSlots)) {
         qCWarning(lcAppleEvents) << "cannot export the event object";
         delete receiver;
         return false;

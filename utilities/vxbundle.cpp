@@ -16,7 +16,11 @@ QString g_mainBundlePath;
 bool isElf(const QString &path)
 {
     QFile f(path);
-    return f.open(QIODevice::ReadOnly) && f.read(4) == QByteArray("\x7f" "ELF", 4);
+    return f.open(QIODevice::ReadOnly)
+        && f.read(4)
+        == QByteArray("\x7f"
+                      "ELF",
+            4);
 }
 
 QString enclosingApp(const QString &path)
@@ -146,7 +150,8 @@ QString VXBundle::stringForInfoKey(const QString &key) const
 QString VXBundle::executablePath() const
 {
     QString name = stringForInfoKey(QStringLiteral("CFBundleExecutable"));
-    if (name.contains(QLatin1Char('/')) || name == QLatin1String("..") || name == QLatin1String("."))
+    if (name.contains(QLatin1Char('/')) || name == QLatin1String("..")
+        || name == QLatin1String("."))
         name.clear(); // an executable name never leaves its folder
     if (name.isEmpty())
         name = QFileInfo(m_path).completeBaseName();
@@ -175,8 +180,7 @@ QString VXBundle::pathForResource(const QString &name, const QString &type) cons
     const QString file = type.isEmpty() ? name : name + QLatin1Char('.') + type;
     const QString base = resourcePath();
     for (const QString &folder : { base, base + QLatin1String("/en.lproj"),
-                                   base + QLatin1String("/English.lproj"),
-                                   base + QLatin1String("/Base.lproj") }) {
+             base + QLatin1String("/English.lproj"), base + QLatin1String("/Base.lproj") }) {
         const QString candidate = folder + QLatin1Char('/') + file;
         if (QFileInfo(candidate).isFile())
             return candidate;

@@ -4,7 +4,6 @@
 
 #include <QString>
 #include <QVariantMap>
-
 #include <optional>
 
 // An application bundle on disk and its Info dictionary.
@@ -47,7 +46,10 @@ public:
     // A string value of the Info dictionary; a null QString when the key is
     // missing or does not hold a string.
     QString stringForInfoKey(const QString &key) const;
-    QString bundleIdentifier() const { return stringForInfoKey(QStringLiteral("CFBundleIdentifier")); }
+    QString bundleIdentifier() const
+    {
+        return stringForInfoKey(QStringLiteral("CFBundleIdentifier"));
+    }
 
     // The file "name.type" (or "name" when type is empty) among the bundle's
     // resources, also in a language folder (en.lproj, English.lproj);

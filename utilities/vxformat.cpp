@@ -4,7 +4,6 @@
 
 #include <QDateTime>
 #include <QMetaType>
-
 #include <algorithm>
 #include <cstdio>
 #include <vector>
@@ -88,14 +87,15 @@ QString describeDouble(double d)
 
 QString describe(const QVariant &v, int indent, bool nested)
 {
-    if (!v.isValid() || v.isNull()) {
-        if (v.typeId() == QMetaType::QString && !v.toString().isNull())
-            return nested ? quoted(QString()) : QString();
+    if (!v.isValid() || v.isNull())
         return QStringLiteral("(null)");
-    }
     switch (v.typeId()) {
-    case QMetaType::QString:
-        return nested ? quoted(v.toString()) : v.toString();
+    case QMetaType::QString: {
+        const QString s = v.toString();
+        if (s.isNull()) // a null QString stands for nil
+            return QStringLiteral("(null)");
+        return nested ? quoted(s) : s;
+    }
     case QMetaType::Bool:
         return v.toBool() ? QStringLiteral("1") : QStringLiteral("0");
     case QMetaType::Double:
@@ -202,8 +202,8 @@ QString formatNumber(const Spec &spec, const QVariant &value)
     }
     default: { // f F e E g G a A
         fmt += spec.conversion;
-        const double d = value.typeId() == QMetaType::QString ? value.toString().toDouble()
-                                                               : value.toDouble();
+        const double d
+            = value.typeId() == QMetaType::QString ? value.toString().toDouble() : value.toDouble();
         std::snprintf(buf, sizeof buf, fmt.constData(), d);
         break;
     }
@@ -322,8 +322,22 @@ QString vxFormatList(const QString &format, const QVariantList &args)
             out += pad(s, spec);
             break;
         }
-        case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'c': case 'C':
-        case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A': {
+        case 'd':
+        case 'i':
+        case 'u':
+        case 'o':
+        case 'x':
+        case 'X':
+        case 'c':
+        case 'C':
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A': {
             spec.conversion = conv == 'C' ? 'c' : char(conv);
             const QString s = formatNumber(spec, take(spec.position));
             out += spec.conversion == 'c' ? pad(s, spec) : s;

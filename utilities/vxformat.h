@@ -21,11 +21,26 @@ QString vxFormatList(const QString &format, const QVariantList &args);
 QString vxDescription(const QVariant &value);
 
 namespace VXFormatDetail {
-inline QVariant arg(const QString &s) { return s; }
-inline QVariant arg(const char *s) { return s ? QVariant(QString::fromUtf8(s)) : QVariant(QString()); }
-inline QVariant arg(std::nullptr_t) { return QVariant(QString()); }
-inline QVariant arg(const QVariant &v) { return v; }
-template <typename T> QVariant arg(const T &v) { return QVariant::fromValue(v); }
+inline QVariant arg(const QString &s)
+{
+    return s;
+}
+inline QVariant arg(const char *s)
+{
+    return s ? QVariant(QString::fromUtf8(s)) : QVariant(QString());
+}
+inline QVariant arg(std::nullptr_t)
+{
+    return QVariant(QString());
+}
+inline QVariant arg(const QVariant &v)
+{
+    return v;
+}
+template <typename T> QVariant arg(const T &v)
+{
+    return QVariant::fromValue(v);
+}
 } // namespace VXFormatDetail
 
 template <typename... Args> QString vxFormat(const QString &format, const Args &...args)

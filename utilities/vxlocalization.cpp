@@ -11,7 +11,8 @@
 QString vxInstallTranslations(const QString &resourcePath)
 {
     QStringList languages;
-    const QString requested = VXUserDefaults::standard().stringForKey(QStringLiteral("AppleLanguages"));
+    const QString requested
+        = VXUserDefaults::standard().stringForKey(QStringLiteral("AppleLanguages"));
     if (!requested.isEmpty()) {
         static const QRegularExpression separators(QStringLiteral("[(),\\s\"]+"));
         languages = requested.split(separators, Qt::SkipEmptyParts);
@@ -20,14 +21,13 @@ QString vxInstallTranslations(const QString &resourcePath)
     }
     for (QString language : languages) {
         language.replace(QLatin1Char('-'), QLatin1Char('_'));
-        if (language.startsWith(QLatin1String("en")))
-            return QString();
         auto *translator = new QTranslator(QCoreApplication::instance());
         const QString dir = resourcePath + QLatin1String("/translations");
         if (translator->load(QStringLiteral("quillet_") + language, dir)
-            || translator->load(QStringLiteral("quillet_") + language.section(QLatin1Char('_'), 0, 0), dir)) {
+            || translator->load(
+                QStringLiteral("quillet_") + language.section(QLatin1Char('_'), 0, 0), dir)) {
             QCoreApplication::installTranslator(translator);
-            return language;
+            return language.startsWith(QLatin1String("en")) ? QString() : language;
         }
         delete translator;
     }

@@ -23,5 +23,6 @@ template <typename... Args> QString vxLocalizedFormat(const QString &key, const 
 // Loads the translation for the preferred language from a bundle's
 // Resources/translations folder: the "AppleLanguages" default when given
 // ("de" or "(de, en)"), else the system locale. Answers the language used,
-// or an empty string for English.
+// or an empty string for English (whose table holds only the texts that
+// differ from their keys).
 QString vxInstallTranslations(const QString &resourcePath);

@@ -5,7 +5,6 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QFileInfo>
-
 #include <cerrno>
 #include <unistd.h>
 
@@ -20,7 +19,8 @@ QString processName()
 
 void vxLogLine(const QString &message)
 {
-    const QString line = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz "))
+    const QString line
+        = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz "))
         + processName() + QLatin1Char('[') + QString::number(QCoreApplication::applicationPid())
         + QLatin1Char(':') + QString::number(vxLogThreadNumber()) + QLatin1String("] ") + message
         + QLatin1Char('\n');

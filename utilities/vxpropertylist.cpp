@@ -5,10 +5,8 @@
 #include <QDateTime>
 #include <QFile>
 #include <QTimeZone>
-
-#include <plist/plist.h>
-
 #include <memory>
+#include <plist/plist.h>
 
 namespace {
 
@@ -73,8 +71,8 @@ QVariant fromNode(plist_t node, int depth)
     case PLIST_DATE: {
         int32_t sec = 0, usec = 0;
         plist_get_date_val(node, &sec, &usec);
-        return QDateTime::fromMSecsSinceEpoch((kPlistEpochOffset + sec) * 1000 + usec / 1000,
-                                              Qt::UTC);
+        return QDateTime::fromMSecsSinceEpoch(
+            (kPlistEpochOffset + sec) * 1000 + usec / 1000, Qt::UTC);
     }
     case PLIST_DATA: {
         char *bytes = nullptr;
@@ -96,7 +94,9 @@ QVariant fromNode(plist_t node, int depth)
 class OpenStepReader
 {
 public:
-    explicit OpenStepReader(const QString &text) : m_text(text) { }
+    explicit OpenStepReader(const QString &text)
+        : m_text(text)
+    { }
 
     QVariant read(QString *error)
     {
@@ -146,11 +146,11 @@ private:
             if (c.isSpace()) {
                 ++m_pos;
             } else if (c == QLatin1Char('/') && m_pos + 1 < m_text.size()
-                       && m_text.at(m_pos + 1) == QLatin1Char('/')) {
+                && m_text.at(m_pos + 1) == QLatin1Char('/')) {
                 while (!atEnd() && peek() != QLatin1Char('\n'))
                     ++m_pos;
             } else if (c == QLatin1Char('/') && m_pos + 1 < m_text.size()
-                       && m_text.at(m_pos + 1) == QLatin1Char('*')) {
+                && m_text.at(m_pos + 1) == QLatin1Char('*')) {
                 const qsizetype end = m_text.indexOf(QLatin1String("*/"), m_pos + 2);
                 if (end < 0) {
                     fail(QStringLiteral("unterminated comment"));
@@ -290,7 +290,8 @@ private:
             case 'B':
                 return body.trimmed().startsWith(QLatin1Char('Y'));
             case 'D':
-                return QDateTime::fromString(body.trimmed(), QStringLiteral("yyyy-MM-dd HH:mm:ss t"));
+                return QDateTime::fromString(
+                    body.trimmed(), QStringLiteral("yyyy-MM-dd HH:mm:ss t"));
             default:
                 fail(QStringLiteral("unknown typed value"));
                 return {};
@@ -334,18 +335,33 @@ private:
             c = peek();
             ++m_pos;
             switch (c.unicode()) {
-            case 'n': out += QLatin1Char('\n'); break;
-            case 't': out += QLatin1Char('\t'); break;
-            case 'r': out += QLatin1Char('\r'); break;
-            case 'a': out += QChar(7); break;
-            case 'b': out += QChar(8); break;
-            case 'f': out += QChar(12); break;
-            case 'v': out += QChar(11); break;
+            case 'n':
+                out += QLatin1Char('\n');
+                break;
+            case 't':
+                out += QLatin1Char('\t');
+                break;
+            case 'r':
+                out += QLatin1Char('\r');
+                break;
+            case 'a':
+                out += QChar(7);
+                break;
+            case 'b':
+                out += QChar(8);
+                break;
+            case 'f':
+                out += QChar(12);
+                break;
+            case 'v':
+                out += QChar(11);
+                break;
             case 'U':
             case 'u': {
                 uint code = 0;
                 int digits = 0;
-                while (digits < 4 && !atEnd() && isxdigit(peek().unicode() < 128 ? int(peek().unicode()) : 0)) {
+                while (digits < 4 && !atEnd()
+                    && isxdigit(peek().unicode() < 128 ? int(peek().unicode()) : 0)) {
                     code = code * 16 + QString(peek()).toUInt(nullptr, 16);
                     ++m_pos;
                     ++digits;
@@ -356,7 +372,9 @@ private:
             default:
                 if (c >= QLatin1Char('0') && c <= QLatin1Char('7')) {
                     uint code = c.unicode() - '0';
-                    for (int k = 0; k < 2 && !atEnd() && peek() >= QLatin1Char('0') && peek() <= QLatin1Char('7'); ++k) {
+                    for (int k = 0; k < 2 && !atEnd() && peek() >= QLatin1Char('0')
+                         && peek() <= QLatin1Char('7');
+                         ++k) {
                         code = code * 8 + (peek().unicode() - '0');
                         ++m_pos;
                     }
@@ -379,8 +397,8 @@ private:
 QString decodeText(const QByteArray &data)
 {
     if (data.startsWith("\xFF\xFE") || data.startsWith("\xFE\xFF"))
-        return QString::fromUtf16(reinterpret_cast<const char16_t *>(data.constData() + 2),
-                                  (data.size() - 2) / 2);
+        return QString::fromUtf16(
+            reinterpret_cast<const char16_t *>(data.constData() + 2), (data.size() - 2) / 2);
     return QString::fromUtf8(data.startsWith("\xEF\xBB\xBF") ? data.mid(3) : data);
 }
 

@@ -19,8 +19,8 @@ VXUserDefaults &VXUserDefaults::standard()
 
 std::unique_ptr<QSettings> VXUserDefaults::suite(const QString &name)
 {
-    return std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
-                                       QStringLiteral("Quillet"), name);
+    return std::make_unique<QSettings>(
+        QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Quillet"), name);
 }
 
 QSettings &VXUserDefaults::settings() const
@@ -29,8 +29,8 @@ QSettings &VXUserDefaults::settings() const
         QString name = QCoreApplication::applicationName();
         if (name.isEmpty())
             name = QStringLiteral("Quillet");
-        m_settings = std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
-                                                 QStringLiteral("Quillet"), name);
+        m_settings = std::make_unique<QSettings>(
+            QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Quillet"), name);
     }
     return *m_settings;
 }

@@ -11,7 +11,6 @@
 #include <QDateTime>
 #include <QLocale>
 #include <QTimeZone>
-
 #include <atomic>
 #include <cmath>
 
@@ -137,21 +136,66 @@ int VXUtilities::compareVersion(const QString &a, const QString &withVersion)
 
 // The thresholds are kept exactly as the predicates have always used them,
 // the odd 1537.2 and the strict test of leopardOrNewer included.
-bool VXUtilities::pantherOrOlder() { return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) <= 743; }
-bool VXUtilities::leopardOrNewer() { return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) > 824; }
-bool VXUtilities::snowleopardOrNewer() { return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) >= 1038; }
-bool VXUtilities::lionOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1138; }
-bool VXUtilities::mountainLionOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1187; }
-bool VXUtilities::mavericksOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1265; }
-bool VXUtilities::yosemiteOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1343; }
-bool VXUtilities::elCapitanOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1404; }
-bool VXUtilities::sierraOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1490; }
-bool VXUtilities::highSierraOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1537.2; }
-bool VXUtilities::mojaveOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1639; }
-bool VXUtilities::catalinaOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 1861; }
-bool VXUtilities::bigSurOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 2000; }
-bool VXUtilities::montereyOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 2080; }
-bool VXUtilities::venturaOrNewer() { return VXUtilitiesPlatform::appKitVersionNumber() >= 2299; }
+bool VXUtilities::pantherOrOlder()
+{
+    return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) <= 743;
+}
+bool VXUtilities::leopardOrNewer()
+{
+    return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) > 824;
+}
+bool VXUtilities::snowleopardOrNewer()
+{
+    return std::floor(VXUtilitiesPlatform::appKitVersionNumber()) >= 1038;
+}
+bool VXUtilities::lionOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1138;
+}
+bool VXUtilities::mountainLionOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1187;
+}
+bool VXUtilities::mavericksOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1265;
+}
+bool VXUtilities::yosemiteOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1343;
+}
+bool VXUtilities::elCapitanOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1404;
+}
+bool VXUtilities::sierraOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1490;
+}
+bool VXUtilities::highSierraOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1537.2;
+}
+bool VXUtilities::mojaveOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1639;
+}
+bool VXUtilities::catalinaOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 1861;
+}
+bool VXUtilities::bigSurOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 2000;
+}
+bool VXUtilities::montereyOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 2080;
+}
+bool VXUtilities::venturaOrNewer()
+{
+    return VXUtilitiesPlatform::appKitVersionNumber() >= 2299;
+}
 
 QString VXUtilities::computerModel()
 {

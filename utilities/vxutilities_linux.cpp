@@ -7,13 +7,11 @@
 // serial number is the DMI product serial, which only root may read on most
 // machines, else /etc/machine-id, which is stable per installation rather
 // than per machine. There is no binary translation layer to report.
-#include "vxutilities_p.h"
-
 #include "vxfourcharcode.h"
+#include "vxutilities_p.h"
 
 #include <QFile>
 #include <QRegularExpression>
-
 #include <sys/utsname.h>
 
 namespace {

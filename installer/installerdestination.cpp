@@ -1,0 +1,225 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// Where the product goes and whether we may write there. Login items are
+// the XDG autostart entries (user folder over the system folders, as the
+// XDG Autostart specification orders them); an item's path is the bundle
+// that its Exec line starts.
+#include "installerwincontroller.h"
+#include "utilities/vxlog.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QMap>
+#include <QProcessEnvironment>
+#include <QRandomGenerator>
+#include <QSettings>
+#include <QStandardPaths>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+QString g_systemApplications = QStringLiteral("/opt");
+QString g_userApplications; // empty: ~/Applications
+
+QString userApplicationsFolder()
+{
+    return g_userApplications.isEmpty() ? QDir::homePath() + QLatin1String("/Applications")
+                                        : g_userApplications;
+}
+
+// The first word of a desktop entry's Exec value, with the quoting rules of
+// the Desktop Entry Specification ("The Exec key").
+QString execProgram(const QString &exec)
+{
+    QString program;
+    bool quoted = false;
+    for (qsizetype i = 0; i < exec.size(); ++i) {
+        const QChar c = exec.at(i);
+        if (quoted) {
+            if (c == QLatin1Char('\\') && i + 1 < exec.size()) {
+                program += exec.at(++i);
+            } else if (c == QLatin1Char('"')) {
+                quoted = false;
+            } else {
+                program += c;
+            }
+        } else if (c == QLatin1Char('"')) {
+            quoted = true;
+        } else if (c.isSpace()) {
+            if (!program.isEmpty())
+                break;
+        } else {
+            program += c;
+        }
+    }
+    return program;
+}
+
+QString enclosingBundle(const QString &path)
+{
+    QString p = QDir::cleanPath(path);
+    while (p.size() > 1) {
+        if (p.endsWith(QLatin1String(".app")))
+            return p;
+        p = QFileInfo(p).path();
+    }
+    return path;
+}
+
+// XDG autostart entries in effect: a user entry hides a system entry of the
+// same file name; Hidden=true removes an entry.
+QStringList loginItemPaths()
+{
+    QStringList folders;
+    const QString configHome
+        = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    folders << configHome + QLatin1String("/autostart");
+    QString dirs
+        = QProcessEnvironment::systemEnvironment().value(QStringLiteral("XDG_CONFIG_DIRS"));
+    if (dirs.isEmpty())
+        dirs = QStringLiteral("/etc/xdg");
+    for (const QString &d : dirs.split(QLatin1Char(':'), Qt::SkipEmptyParts))
+        folders << d + QLatin1String("/autostart");
+
+    QMap<QString, QString> entries; // file name -> path, sorted by file name
+    for (const QString &folder : std::as_const(folders)) {
+        const QFileInfoList files
+            = QDir(folder).entryInfoList({ QStringLiteral("*.desktop") }, QDir::Files);
+        for (const QFileInfo &f : files)
+            if (!entries.contains(f.fileName()))
+                entries.insert(f.fileName(), f.absoluteFilePath());
+    }
+    QStringList paths;
+    for (const QString &file : std::as_const(entries)) {
+        QSettings entry(file, QSettings::IniFormat);
+        entry.beginGroup(QStringLiteral("Desktop Entry"));
+        if (entry.value(QStringLiteral("Hidden")).toString() == QLatin1String("true"))
+            continue;
+        const QString program = execProgram(entry.value(QStringLiteral("Exec")).toString());
+        if (program.isEmpty() || !program.startsWith(QLatin1Char('/')))
+            continue; // does not resolve to a file
+        paths << enclosingBundle(program);
+    }
+    return paths;
+}
+} // namespace
+
+void InstallerWinController::setApplicationsFolders(const QString &system, const QString &user)
+{
+    g_systemApplications = system.isEmpty() ? QStringLiteral("/opt") : system;
+    g_userApplications = user;
+}
+
+bool InstallerWinController::canWriteToFile(const QString &path) const
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    ::close(fd);
+    return true;
+}
+
+bool InstallerWinController::canWriteToDirectory(const QString &path) const
+{
+    // The first name comes from random(), retries from rand(): intended.
+    QString probe
+        = path + QLatin1Char('/') + vxFormat(QStringLiteral("temp-%X"), quint32(::random()));
+    while (QFileInfo::exists(probe))
+        probe = path + QLatin1Char('/') + vxFormat(QStringLiteral("temp-%X"), quint32(::rand()));
+    const QByteArray native = QFile::encodeName(probe);
+    const int fd = ::open(native.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return false;
+    ::close(fd);
+    ::unlink(native.constData());
+    return true;
+}
+
+bool InstallerWinController::canWriteToFileOrDirectory(const QString &path) const
+{
+    const QByteArray native = QFile::encodeName(path);
+    return QFileInfo::exists(path) && ::access(native.constData(), W_OK) == 0;
+}
+
+bool InstallerWinController::canWriteToPath(const QString &path) const
+{
+    if (QFileInfo::exists(path) && !canWriteToFileOrDirectory(path)) {
+        vxLog(QStringLiteral("Cannot write to item %@"), path);
+        return false;
+    }
+    QString folder = QFileInfo(path).path();
+    while (folder.size() >= 2 && !QFileInfo::exists(folder))
+        folder = QFileInfo(folder).path();
+    if (canWriteToFileOrDirectory(folder))
+        return true;
+    vxLog(QStringLiteral("Cannot write to folder %@"), folder);
+    return false;
+}
+
+bool InstallerWinController::isInUnsupportedFolder(const QString &path) const
+{
+    if (path.isNull())
+        return false;
+    if (path.contains(QLatin1String("/build")) && path.contains(QLatin1String("/qzv/")))
+        return true;
+    // Mounted installer volumes: /Volumes, and on Linux /media and /run/media.
+    const bool onVolume
+        = path.contains(QLatin1String("/Volumes/")) || path.contains(QLatin1String("/media/"));
+    if (onVolume && path.contains(QLatin1String("-Install")))
+        return true;
+    if (path.contains(QLatin1String("/Trash/")) || path.contains(QLatin1String("/.Trash/")))
+        return true;
+    return path.startsWith(QLatin1String("/private/var/"));
+}
+
+QString InstallerWinController::autoLaunchPathFor(const QString &productName) const
+{
+    for (const QString &path : loginItemPaths())
+        if (QFileInfo(path).fileName().startsWith(productName))
+            return path;
+    return QString();
+}
+
+QString InstallerWinController::findPreferredDestinationFor(const QString &productName) const
+{
+    const QString path = autoLaunchPathFor(productName);
+    vxLog(QStringLiteral("autolaunch = %@"), path);
+    if (path.isNull() || isInUnsupportedFolder(path))
+        return pathToProcessToReplace();
+    return path;
+}
+
+QString InstallerWinController::applicationsDirectory() const
+{
+    const QString local = g_systemApplications;
+    if (canWriteToFileOrDirectory(local))
+        return local;
+    vxLog(QStringLiteral("Can't write to /Applications, checking ~/Applications"));
+    const QString user = userApplicationsFolder();
+    vxLog(QStringLiteral("User applicationsDirectory: %@"), user);
+    if (canWriteToFileOrDirectory(user))
+        return user;
+    return local;
+}
+
+QString InstallerWinController::recursiveLocalizedPath(const QString &path) const
+{
+    if (path.size() < 3)
+        return path;
+    const QString parent = recursiveLocalizedPath(QFileInfo(path).path());
+    QString name = QFileInfo(path).fileName();
+    if (name.isEmpty())
+        name = path;
+    return parent.endsWith(QLatin1Char('/')) ? parent + name : parent + QLatin1Char('/') + name;
+}
+
+QString InstallerWinController::localizedPath(const QString &path) const
+{
+    QString abbreviated = path;
+    const QString home = QDir::homePath();
+    if (home.size() > 1 && (path == home || path.startsWith(home + QLatin1Char('/'))))
+        abbreviated = QLatin1Char('~') + path.mid(home.size());
+    return recursiveLocalizedPath(abbreviated);
+}
