@@ -35,6 +35,12 @@
 
 Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer")
 
+// The interface file compiled into the program, for a bundle that lost its own.
+static void initInterfaceResource()
+{
+    Q_INIT_RESOURCE(installer);
+}
+
 namespace {
 QMutex g_labelMutex;
 QString g_currentInstallationLabel;
@@ -141,8 +147,10 @@ bool InstallerWinController::loadInterface()
     if (path.isEmpty())
         path = VXBundle::mainBundle().pathForResource(
             QStringLiteral("InstallerWindow"), QStringLiteral("ui"));
-    if (path.isEmpty() || !QFileInfo(path).isFile())
-        path = QStringLiteral(":/InstallerWindow.ui"); // the copy built into the program
+    if (path.isEmpty() || !QFileInfo(path).isFile()) {
+        initInterfaceResource();
+        path = QStringLiteral(":/InstallerWindow.ui");
+    }
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         m_interfaceError = file.errorString();

@@ -1,0 +1,88 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "installer/installerwincontroller.h"
+#include "utilities/vxbundle.h"
+#include "utilities/vxpropertylist.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+// A product on a distribution volume, with the installer inside it, as a
+// product ships:
+//   <root>/Volumes/Foo/Foo.app/Contents/Resources/QuilletInstaller.app
+// and the Applications folders <root>/Applications (system) and
+// <root>/home-apps (user).
+class ProductFixture
+{
+public:
+    explicit ProductFixture(const QString &name = QStringLiteral("Foo"))
+        : m_name(name)
+    {
+        volume = m_dir.path() + QLatin1String("/Volumes/") + name;
+        product = volume + QLatin1Char('/') + name + QLatin1String(".app");
+        installer = product + QLatin1String("/Contents/Resources/QuilletInstaller.app");
+        applications = m_dir.path() + QLatin1String("/Applications");
+        userApplications = m_dir.path() + QLatin1String("/home-apps");
+        QDir().mkpath(applications);
+        info = { { QStringLiteral("CFBundleExecutable"), name },
+            { QStringLiteral("CFBundleIdentifier"),
+                QStringLiteral("dev.example.") + name.toLower() },
+            { QStringLiteral("CFBundleSignature"), QStringLiteral("WXYZ") },
+            { QStringLiteral("CFBundleShortVersionString"), QStringLiteral("2.0") } };
+        writeInfo();
+        // The installer's own resources, from the built bundle.
+        const QString built = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app");
+        QDir().mkpath(installer + QLatin1String("/Contents/Resources"));
+        for (const QString &file :
+            QDir(built + QLatin1String("/Contents/Resources")).entryList(QDir::Files))
+            QFile::copy(built + QLatin1String("/Contents/Resources/") + file,
+                installer + QLatin1String("/Contents/Resources/") + file);
+        QFile::copy(built + QLatin1String("/Contents/Info.plist"),
+            installer + QLatin1String("/Contents/Info.plist"));
+        VXBundle::setMainBundlePath(installer);
+        InstallerWinController::setApplicationsFolders(applications, userApplications);
+    }
+    ~ProductFixture()
+    {
+        VXBundle::setMainBundlePath(QString());
+        InstallerWinController::setApplicationsFolders(QString(), QString());
+    }
+
+    void writeInfo()
+    {
+        write(product + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
+    }
+
+    static void write(const QString &path, const QByteArray &content)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        f.write(content);
+    }
+
+    QString path(const QString &relative) const
+    {
+        return m_dir.path() + QLatin1Char('/') + relative;
+    }
+
+    // An installer started by the product with these key/value arguments.
+    InstallerWinController::Options options(const QStringList &keysAndValues) const
+    {
+        InstallerWinController::Options o;
+        o.arguments = QStringList { installer + QLatin1String("/Contents/Linux/QuilletInstaller") }
+            + keysAndValues;
+        o.redirectOutput = false;
+        return o;
+    }
+
+    QVariantMap info;
+    QString volume, product, installer, applications, userApplications;
+
+private:
+    QTemporaryDir m_dir;
+    QString m_name;
+};

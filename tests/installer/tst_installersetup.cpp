@@ -1,0 +1,499 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#include "common/logcapture.h"
+#include "installerfixture.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QLabel>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTest>
+#include <QTextEdit>
+#include <memory>
+
+using Controller = std::unique_ptr<InstallerWinController>;
+
+class TestInstallerSetup : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void extractArguments_data();
+    void extractArguments();
+    void completesArgumentsFromBundle();
+    void quitListAlwaysHoldsProductCodes();
+    void destination_data();
+    void destination();
+    void wrapper_data();
+    void wrapper();
+    void setupErrors_data();
+    void setupErrors();
+    void installerOutsideAnyBundleIsMissingSourcePath();
+    void helpButtonVisibility_data();
+    void helpButtonVisibility();
+    void readMeFallbacks_data();
+    void readMeFallbacks();
+    void iconFallbacks();
+    void pageButtons();
+    void applicationsDirectoryFallsBackToUserFolder();
+    void unsupportedFolders_data();
+    void unsupportedFolders();
+    void canWriteToPathWalksUpToExistingFolder();
+    void loginItemBecomesDestination();
+    void localizedPath_data();
+    void localizedPath();
+};
+
+static Controller setUp(
+    const ProductFixture &fixture, const QStringList &args, LogCapture *capture = nullptr)
+{
+    Q_UNUSED(capture);
+    Controller c(new InstallerWinController(fixture.options(args)));
+    c->awakeFromNib();
+    return c;
+}
+
+void TestInstallerSetup::extractArguments_data()
+{
+    QTest::addColumn<QStringList>("argv");
+    QTest::addColumn<QVariantMap>("expected");
+    QTest::newRow("codes collect")
+        << QStringList { "/path/to/exe", "-productName", "Foo", "-productCode", "ABCD",
+               "-productCode", "EFGH" }
+        << QVariantMap { { "", "/path/to/exe" }, { "productName", "Foo" },
+               { "productCode", QStringList { "ABCD", "EFGH" } } };
+    QTest::newRow("codes after one key") << QStringList { "/x", "-quitCode", "ABCD",
+        "EFGH" } << QVariantMap { { "", "/x" }, { "quitCode", QStringList { "ABCD", "EFGH" } } };
+    QTest::newRow("last value wins; key without value not recorded")
+        << QStringList { "/x", "-productName", "A", "-productName", "B", "-version" }
+        << QVariantMap { { "", "/x" }, { "productName", "B" } };
+    QTest::newRow("two minus signs keep one")
+        << QStringList { "/x", "--x", "1" } << QVariantMap { { "", "/x" }, { "-x", "1" } };
+    QTest::newRow("key is not reset after a value") << QStringList { "/x", "-readMePath", "a",
+        "b" } << QVariantMap { { "", "/x" }, { "readMePath", "b" } };
+    QTest::newRow("invalid UTF-8 became replacement characters")
+        << QStringList { "/x", "-productName", QString::fromUtf8("F\xff\xfeo") }
+        << QVariantMap { { "", "/x" }, { "productName", QString::fromUtf8("F\xff\xfeo") } };
+    QTest::newRow("nothing") << QStringList {} << QVariantMap {};
+}
+
+void TestInstallerSetup::extractArguments()
+{
+    QFETCH(QStringList, argv);
+    QFETCH(QVariantMap, expected);
+    InstallerWinController::Options o;
+    o.arguments = argv.isEmpty() ? QStringList { QString() } : argv;
+    InstallerWinController c(o);
+    LogCapture capture;
+    c.extractArguments();
+    c.extractArguments(); // a second call changes nothing
+    capture.restore();
+    if (argv.isEmpty())
+        expected.insert(QString(QLatin1String("")), QString());
+    else
+        QVERIFY(capture.messages().value(0).startsWith(QLatin1String("arguments: (\n")));
+    QCOMPARE(c.arguments().keys(), expected.keys());
+    for (auto it = expected.cbegin(); it != expected.cend(); ++it)
+        QCOMPARE(c.arguments().value(it.key()), it.value());
+}
+
+void TestInstallerSetup::completesArgumentsFromBundle()
+{
+    ProductFixture fixture;
+    LogCapture capture;
+    Controller c = setUp(fixture, { "-completionSound", "NO" });
+    capture.restore();
+    const InstallerArguments &a = c->arguments();
+    QCOMPARE(a.value("sourcePath").toString(), fixture.product);
+    QCOMPARE(a.value("productName").toString(), QStringLiteral("Foo"));
+    QCOMPARE(a.value("productCode").toStringList(), QStringList { "WXYZ" });
+    QCOMPARE(a.value("quitCode").toStringList(), QStringList { "WXYZ" });
+    QCOMPARE(a.value("destinationPath").toString(), fixture.applications + "/Foo.app");
+    // The bundle's version is shown but not stored: the run sees only a passed one.
+    QVERIFY(!a.contains("version"));
+    QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
+    QCOMPARE(c->window()->windowTitle(), QStringLiteral("Foo Installer"));
+    QCOMPARE(c->introField()->text(), QStringLiteral("This will install Foo on your computer."));
+    const QStringList log = capture.messages();
+    QVERIFY(log.contains(QStringLiteral("AppleEvents installed")));
+    QVERIFY(log.contains(QStringLiteral("shortened path = ") + fixture.product + "/Contents"));
+    QVERIFY(log.contains(QStringLiteral("shortened path = ") + fixture.product));
+    QVERIFY(log.contains(QStringLiteral("autolaunch = (null)")));
+    const QString updated = log.filter(QStringLiteral("Updated arguments: ")).value(0);
+    QVERIFY(updated.contains(QStringLiteral("productCode = (\n        WXYZ\n    );")));
+    QVERIFY(!c->isFinished());
+}
+
+void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
+{
+    ProductFixture fixture;
+    LogCapture quiet;
+    Controller c = setUp(fixture, { "-quitCode", "ABCD" });
+    QCOMPARE(c->arguments().value("productCode").toStringList(), QStringList { "WXYZ" });
+    QCOMPARE(c->arguments().value("quitCode").toStringList(), (QStringList { "ABCD", "WXYZ" }));
+    c = setUp(fixture, { "-productCode", "P1", "-productCode", "P2", "-quitCode", "Q1" });
+    QCOMPARE(c->arguments().value("quitCode").toStringList(), (QStringList { "Q1", "P1", "P2" }));
+}
+
+void TestInstallerSetup::destination_data()
+{
+    QTest::addColumn<QString>("given");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("existing folder kept") << "Other/Foo Pro.app"
+                                          << "Other/Foo Pro.app";
+    QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app"
+                                               << "Applications/Foo.app";
+    QTest::newRow("parent is a file falls back") << "afile/Foo.app"
+                                                 << "Applications/Foo.app";
+}
+
+void TestInstallerSetup::destination()
+{
+    QFETCH(QString, given);
+    QFETCH(QString, expected);
+    ProductFixture fixture;
+    QDir().mkpath(fixture.path("Other"));
+    ProductFixture::write(fixture.path("afile"), "x");
+    LogCapture quiet;
+    Controller c = setUp(fixture, { "-destinationPath", fixture.path(given) });
+    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    QCOMPARE(c->pathField()->text(), fixture.path(expected));
+}
+
+void TestInstallerSetup::wrapper_data()
+{
+    QTest::addColumn<QString>("wrapper");
+    QTest::addColumn<QString>("destination");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<bool>("kept");
+    QTest::newRow("wrapper moves the destination") << "Volumes/Foo/Foo Folder"
+                                                   << ""
+                                                   << "Applications/Foo Folder/Foo.app" << true;
+    QTest::newRow("already inside the wrapper") << "Volumes/Foo/Foo Folder"
+                                                << "Applications/Foo Folder/Foo.app"
+                                                << "Applications/Foo Folder/Foo.app" << true;
+    QTest::newRow("outside the source folder") << "Elsewhere/Foo Folder"
+                                               << ""
+                                               << "Applications/Foo.app" << false;
+    QTest::newRow("missing on disk") << "Volumes/Foo/Nothing"
+                                     << ""
+                                     << "Applications/Foo.app" << false;
+}
+
+void TestInstallerSetup::wrapper()
+{
+    QFETCH(QString, wrapper);
+    QFETCH(QString, destination);
+    QFETCH(QString, expected);
+    QFETCH(bool, kept);
+    ProductFixture fixture;
+    QDir().mkpath(fixture.path("Volumes/Foo/Foo Folder"));
+    QDir().mkpath(fixture.path("Elsewhere/Foo Folder"));
+    QDir().mkpath(fixture.path("Applications/Foo Folder"));
+    QStringList args { "-wrapperPath", fixture.path(wrapper) };
+    if (!destination.isEmpty())
+        args << "-destinationPath" << fixture.path(destination);
+    LogCapture capture;
+    Controller c = setUp(fixture, args);
+    capture.restore();
+    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    QCOMPARE(c->arguments().contains("wrapperPath"), kept);
+    QCOMPARE(capture.messages().contains("wrapper = " + fixture.path(wrapper)), kept);
+}
+
+void TestInstallerSetup::setupErrors_data()
+{
+    QTest::addColumn<QString>("case_");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("source is the root folder") << "root"
+                                               << "missing program name";
+    QTest::newRow("no signature") << "nosig"
+                                  << "missing product signature";
+    QTest::newRow("source is a plain file") << "file"
+                                            << "missing product signature";
+    QTest::newRow("binary Info.plist") << "binary"
+                                       << "missing product signature";
+    QTest::newRow("malformed Info.plist") << "malformed"
+                                          << "missing product signature";
+}
+
+void TestInstallerSetup::setupErrors()
+{
+    QFETCH(QString, case_);
+    QFETCH(QString, message);
+    ProductFixture fixture;
+    QStringList args;
+    if (case_ == "root") {
+        args << "-sourcePath"
+             << "/";
+    } else if (case_ == "nosig") {
+        fixture.info.remove("CFBundleSignature");
+        fixture.writeInfo();
+    } else if (case_ == "file") {
+        ProductFixture::write(fixture.path("plain.app"), "data");
+        args << "-sourcePath" << fixture.path("plain.app");
+    } else if (case_ == "binary") {
+        ProductFixture::write(
+            fixture.product + "/Contents/Info.plist", QByteArray("bplist00\x01\x02\x03\xff", 12));
+    } else if (case_ == "malformed") {
+        ProductFixture::write(
+            fixture.product + "/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>");
+    }
+    LogCapture capture;
+    Controller c = setUp(fixture, args);
+    capture.restore();
+    QVERIFY(capture.messages().contains(message));
+    QVERIFY(c->isFinished());
+    QCOMPARE(c->introField()->text(), message);
+    QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
+    QVERIFY(c->cancelButton()->isHidden());
+    QVERIFY(!c->window()->windowTitle().contains('%'));
+}
+
+void TestInstallerSetup::installerOutsideAnyBundleIsMissingSourcePath()
+{
+    ProductFixture fixture;
+    QTemporaryDir loose;
+    QDir().mkpath(loose.path() + "/QuilletInstaller.app/Contents/Resources");
+    VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
+    LogCapture capture;
+    Controller c = setUp(fixture, { "-completionSound", "NO", "-productName", "Foo" });
+    capture.restore();
+    QVERIFY2(capture.messages().contains("missing source path"), qPrintable(capture.text()));
+    QCOMPARE(c->window()->windowTitle(), QString()); // the "%@" title is cleared
+    QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
+    QVERIFY(c->isFinished());
+}
+
+void TestInstallerSetup::helpButtonVisibility_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<bool>("visible");
+    QTest::newRow("none") << QStringList {} << false;
+    QTest::newRow("URL") << QStringList { "-documentationURL", "https://example.org/help" } << true;
+    QTest::newRow("existing file") << QStringList { "-documentationPath", "@doc" } << true;
+    QTest::newRow("missing file hides even with a URL") << QStringList { "-documentationPath",
+        "@missing", "-documentationURL", "https://example.org" }
+                                                        << false;
+}
+
+void TestInstallerSetup::helpButtonVisibility()
+{
+    QFETCH(QStringList, args);
+    QFETCH(bool, visible);
+    ProductFixture fixture;
+    ProductFixture::write(fixture.path("doc.pdf"), "%PDF");
+    args.replaceInStrings("@doc", fixture.path("doc.pdf"));
+    args.replaceInStrings("@missing", fixture.path("gone.pdf"));
+    LogCapture quiet;
+    Controller c = setUp(fixture, args);
+    QCOMPARE(!c->helpButton()->isHidden(), visible);
+    QVERIFY(c->messageField()->isHidden());
+}
+
+void TestInstallerSetup::readMeFallbacks_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("suffix");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("plain text") << QByteArray("Read me first.\nSecond line.") << "txt"
+                                << "Read me first.\nSecond line.";
+    QTest::newRow("markdown") << QByteArray("# Title\n\nSome *text*.") << "md"
+                              << "Title\nSome text.";
+    QTest::newRow("html") << QByteArray("<html><body><p>Hello <b>there</b></p></body></html>")
+                          << "html"
+                          << "Hello there";
+    QTest::newRow("rtf by content, any name")
+        << QByteArray("{\\rtf1\\ansi Hello\\par World}") << "txt"
+        << "Hello\nWorld";
+    QTest::newRow("empty") << QByteArray() << "rtf"
+                           << "";
+    QTest::newRow("binary") << QByteArray("\x7f"
+                                          "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0",
+        16) << "rtf"
+                            << "";
+    QTest::newRow("huge") << QByteArray(50 * 1024 * 1024, 'x') << "txt"
+                          << "";
+    QTest::newRow("Latin-1 text") << QByteArray("Gr\xfc\xdf"
+                                                "e")
+                                  << "txt" << QString::fromUtf8("Grüße");
+}
+
+void TestInstallerSetup::readMeFallbacks()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, suffix);
+    QFETCH(QString, shown);
+    ProductFixture fixture;
+    const QString readMe = fixture.path("ReadMe." + suffix);
+    ProductFixture::write(readMe, content);
+    LogCapture quiet;
+    Controller c = setUp(fixture, { "-readMePath", readMe });
+    QCOMPARE(c->tabView()->currentIndex(), 0); // the file exists: the read-me page comes first
+    QCOMPARE(c->readMeTextView()->toPlainText(), shown);
+    QCOMPARE(c->installButton()->text(), QStringLiteral("Continue"));
+    QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
+}
+
+void TestInstallerSetup::iconFallbacks()
+{
+    ProductFixture fixture;
+    // A corrupt icon file named by the bundle, and a missing one given: both
+    // leave the icon as it was, and set-up goes on.
+    fixture.info.insert("CFBundleIconFile", "Foo");
+    fixture.writeInfo();
+    ProductFixture::write(fixture.product + "/Contents/Resources/Foo.icns",
+        QByteArray("icns\x00\x00\x10\x00garbage", 16));
+    LogCapture quiet;
+    Controller c = setUp(fixture, { "-iconPath", fixture.path("missing.png") });
+    QVERIFY(!c->isFinished());
+    QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
+
+    // A real icon given by path wins.
+    QImage image(32, 32, QImage::Format_ARGB32);
+    image.fill(Qt::red);
+    image.save(fixture.path("icon.png"));
+    c = setUp(fixture, { "-iconPath", fixture.path("icon.png") });
+    QVERIFY(!c->iconField()->pixmap().isNull());
+    QCOMPARE(c->iconField()->pixmap().toImage().pixelColor(5, 5), QColor(Qt::red));
+}
+
+void TestInstallerSetup::pageButtons()
+{
+    ProductFixture fixture;
+    LogCapture quiet;
+    // Without a read-me the cancel button keeps the interface file's title.
+    Controller c = setUp(fixture, {});
+    QCOMPARE(c->tabView()->currentIndex(), 1);
+    QCOMPARE(c->installButton()->text(), QStringLiteral("Install"));
+    QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
+
+    // A read-me that is missing: the install page first, yet "Go Back" leads
+    // to the (empty) read-me page, and "Continue" returns.
+    c = setUp(fixture, { "-readMePath", fixture.path("gone.rtf") });
+    QCOMPARE(c->tabView()->currentIndex(), 1);
+    QCOMPARE(c->cancelButton()->text(), QStringLiteral("Go Back"));
+    c->cancelButton()->click();
+    QCOMPARE(c->tabView()->currentIndex(), 0);
+    QCOMPARE(c->installButton()->text(), QStringLiteral("Continue"));
+    QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
+    QVERIFY(c->readMeTextView()->toPlainText().isEmpty());
+    c->installButton()->click();
+    QCOMPARE(c->tabView()->currentIndex(), 1);
+    QCOMPARE(c->installButton()->text(), QStringLiteral("Install"));
+}
+
+void TestInstallerSetup::applicationsDirectoryFallsBackToUserFolder()
+{
+    ProductFixture fixture;
+    InstallerWinController c(fixture.options({}));
+    LogCapture capture;
+    QCOMPARE(c.applicationsDirectory(), fixture.applications);
+    InstallerWinController::setApplicationsFolders(
+        fixture.path("no-such-folder"), fixture.userApplications);
+    // A missing ~/Applications is not writable: the system folder it is.
+    QCOMPARE(c.applicationsDirectory(), fixture.path("no-such-folder"));
+    QDir().mkpath(fixture.userApplications);
+    QCOMPARE(c.applicationsDirectory(), fixture.userApplications);
+    capture.restore();
+    QVERIFY(capture.messages().contains("Can't write to /Applications, checking ~/Applications"));
+    QVERIFY(capture.messages().contains("User applicationsDirectory: " + fixture.userApplications));
+}
+
+void TestInstallerSetup::unsupportedFolders_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("unsupported");
+    QTest::newRow("installer volume") << "/Volumes/Name-Install/Name.app" << true;
+    QTest::newRow("data volume") << "/Volumes/Data/Apps/Name.app" << false;
+    QTest::newRow("removable media installer") << "/run/media/ann/Name-Install/Name.app" << true;
+    QTest::newRow("removable media data") << "/media/ann/USB/Name.app" << false;
+    QTest::newRow("build without qzv") << "/home/ann/build/Name.app" << false;
+    QTest::newRow("development build") << "/home/ann/build/qzv/Name.app" << true;
+    QTest::newRow("Trash") << "/home/ann/.local/share/Trash/files/Name.app" << true;
+    QTest::newRow("dot Trash") << "/Users/x/.Trash/Name.app" << true;
+    QTest::newRow("private var") << "/private/var/folders/xy/Name.app" << true;
+    QTest::newRow("nil") << QString() << false;
+}
+
+void TestInstallerSetup::unsupportedFolders()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, unsupported);
+    InstallerWinController c({ { "/x" }, false, {} });
+    QCOMPARE(c.isInUnsupportedFolder(path), unsupported);
+}
+
+void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
+{
+    ProductFixture fixture;
+    InstallerWinController c(fixture.options({}));
+    LogCapture capture;
+    QVERIFY(c.canWriteToPath(fixture.applications + "/New Folder/Sub/Name.app"));
+    QVERIFY(c.canWriteToDirectory(fixture.applications));
+    QVERIFY(QDir(fixture.applications)
+                .entryList(QDir::Files | QDir::Hidden)
+                .isEmpty()); // the probe is gone
+    QVERIFY(!c.canWriteToDirectory(fixture.path("missing")));
+    ProductFixture::write(fixture.path("f"), "x");
+    QVERIFY(c.canWriteToFile(fixture.path("f")));
+    QVERIFY(!c.canWriteToFile(fixture.path("missing")));
+    QVERIFY(!c.canWriteToFileOrDirectory(fixture.path("missing")));
+    // /proc/1 exists and is not writable even for root.
+    QVERIFY(!c.canWriteToPath("/proc/1/Name.app"));
+    capture.restore();
+    QVERIFY(capture.messages().contains("Cannot write to folder /proc/1"));
+}
+
+void TestInstallerSetup::loginItemBecomesDestination()
+{
+    ProductFixture fixture;
+    const QString installed = fixture.path("Elsewhere/Foo.app");
+    QDir().mkpath(installed + "/Contents/Linux");
+    const QString autostart = QDir::homePath() + "/.config/autostart";
+    ProductFixture::write(
+        autostart + "/a-other.desktop", "[Desktop Entry]\nType=Application\nExec=/usr/bin/other\n");
+    ProductFixture::write(autostart + "/foo.desktop",
+        ("[Desktop Entry]\nType=Application\nName=Foo\nExec=\"" + installed
+            + "/Contents/Linux/Foo\" --hidden\n")
+            .toUtf8());
+    ProductFixture::write(autostart + "/hidden.desktop",
+        "[Desktop Entry]\nExec=/opt/FooOld.app/Contents/Linux/Foo\nHidden=true\n");
+    LogCapture capture;
+    Controller c = setUp(fixture, {});
+    capture.restore();
+    QVERIFY(capture.messages().contains("autolaunch = " + installed));
+    QCOMPARE(c->arguments().value("destinationPath").toString(), installed);
+    QCOMPARE(c->autoLaunchPathFor("Fo"), installed); // a prefix matches
+    QVERIFY(c->autoLaunchPathFor("foo").isNull()); // case-sensitive
+    QDir(autostart).removeRecursively();
+}
+
+void TestInstallerSetup::localizedPath_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("home") << "@home"
+                          << "~";
+    QTest::newRow("in home") << "@home/Applications/Foo.app"
+                             << "~/Applications/Foo.app";
+    QTest::newRow("root") << "/"
+                          << "/";
+    QTest::newRow("system") << "/opt/Foo.app"
+                            << "/opt/Foo.app";
+    QTest::newRow("home prefix but other user") << "@home2/x"
+                                                << "@home2/x";
+}
+
+void TestInstallerSetup::localizedPath()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, shown);
+    path.replace("@home", QDir::homePath());
+    shown.replace("@home", QDir::homePath());
+    InstallerWinController c({ { "/x" }, false, {} });
+    QCOMPARE(c.localizedPath(path), shown);
+}
+
+QTEST_MAIN(TestInstallerSetup)
+#include "tst_installersetup.moc"
