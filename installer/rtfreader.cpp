@@ -266,6 +266,7 @@ private:
 
     void controlWord(const QByteArray &w, bool hasParam, int p)
     {
+        flushBytes(); // text before a word belongs to the state before it
         const bool star = m_starPending;
         m_starPending = false;
         const bool first = m_groupStart;
@@ -667,7 +668,8 @@ bool RtfReader::read(const QByteArray &rtf, QTextDocument *document, QString *er
             *error = QStringLiteral("not a Rich Text Format file");
         return false;
     }
-    Reader reader(rtf, document);
+    const QByteArray data = rtf.mid(start);
+    Reader reader(data, document);
     reader.run();
     return true;
 }
