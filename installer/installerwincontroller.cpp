@@ -27,6 +27,7 @@
 #include <QScreen>
 #include <QTabBar>
 #include <QTabWidget>
+#include <QTextCursor>
 #include <QTextEdit>
 #include <QTimer>
 #include <QUiLoader>
@@ -378,6 +379,7 @@ void InstallerWinController::awakeFromNib()
         QString error;
         if (!ReadMeDocument::load(readMePath, m_readMeTextView->document(), &error))
             qCWarning(lcInstaller) << "read-me not shown:" << error;
+        m_readMeTextView->moveCursor(QTextCursor::Start);
         selectTab(0);
     } else {
         selectTab(1);
@@ -491,5 +493,6 @@ void InstallerWinController::animateProgress(bool on)
 
 void InstallerWinController::terminate()
 {
+    Q_EMIT terminating();
     QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }

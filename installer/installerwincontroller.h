@@ -116,6 +116,8 @@ public:
 Q_SIGNALS:
     // Emitted on the main thread when installationFinished: has run.
     void runFinished(const QString &errorText);
+    // Emitted when the installer is about to quit (the quit itself is queued).
+    void terminating();
 
 private:
     bool loadInterface();

@@ -491,6 +491,22 @@ private:
             s.block.setAlignment(Qt::AlignHCenter);
         } else if (w == "qj") {
             s.block.setAlignment(Qt::AlignJustify);
+        } else if (w == "tx" || w == "tqr" || w == "tqc" || w == "tqdec") {
+            if (w == "tx") {
+                QList<QTextOption::Tab> tabs = s.block.tabPositions();
+                QTextOption::TabType type = QTextOption::LeftTab;
+                if (m_pendingTabType == "tqr")
+                    type = QTextOption::RightTab;
+                else if (m_pendingTabType == "tqc")
+                    type = QTextOption::CenterTab;
+                else if (m_pendingTabType == "tqdec")
+                    type = QTextOption::DelimiterTab;
+                tabs.append(QTextOption::Tab(twipsToPixels(p), type));
+                s.block.setTabPositions(tabs);
+                m_pendingTabType.clear();
+            } else {
+                m_pendingTabType = w; // the kind of the next tab stop
+            }
         } else if (w == "li") {
             s.block.setLeftMargin(twipsToPixels(p));
         } else if (w == "ri") {
@@ -650,6 +666,7 @@ private:
     bool m_colorOpen = false;
 
     QString m_fieldInstruction;
+    QByteArray m_pendingTabType;
 
     QString m_run;
     QTextCharFormat m_runFormat;

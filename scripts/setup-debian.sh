@@ -17,7 +17,7 @@ packages=(
   # running: session bus, X server and window manager for tests, sound server,
   # privilege elevation, desktop database
   dbus dbus-x11 xvfb xauth openbox x11-utils xdotool pulseaudio pkexec polkitd
-  desktop-file-utils
+  desktop-file-utils xdg-utils
   # data and peer tools used by tests and benchmarks
   unicode-data uchardet procps
 )

@@ -19,6 +19,9 @@ QString vxInstallTranslations(const QString &resourcePath)
     } else {
         languages = QLocale().uiLanguages();
     }
+    // English last: its table holds the texts that read differently from
+    // their keys.
+    languages << QStringLiteral("en");
     for (QString language : languages) {
         language.replace(QLatin1Char('-'), QLatin1Char('_'));
         auto *translator = new QTranslator(QCoreApplication::instance());
