@@ -20,4 +20,23 @@ bool installHandler(quint32 eventClass, quint32 eventID, Handler handler);
 // The name under which a process receives events on the session bus.
 QString serviceNameForPid(qint64 pid);
 
+// Result codes, as the event manager has always answered them.
+enum Result : int {
+    NoError = 0,
+    ProcessNotFound = -600,
+    ConnectionInvalid = -609,
+    EventNotHandled = -1708,
+    TimedOut = -1712,
+};
+
+// Sends an event to the process with this pid. With a time-out (ms, >= 0)
+// the call waits for the handler's answer; with -1 it returns once the event
+// is on its way. Answers NoError or one of the codes above.
+int send(
+    qint64 pid, quint32 eventClass, quint32 eventID, const QString &directParameter, int timeoutMs);
+
+// Every library process quits its application on 'aevt'/'quit'. Installed
+// when the application object is created; a program may replace the handler.
+void installDefaultHandlers();
+
 } // namespace VXAppleEvents

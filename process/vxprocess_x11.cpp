@@ -1,0 +1,203 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// Windows of processes through the X server and the window manager's
+// Extended Window Manager Hints: the front application is the owner
+// (_NET_WM_PID) of _NET_ACTIVE_WINDOW; a process comes forward by a
+// _NET_ACTIVE_WINDOW client message for its windows (EWMH "_NET_ACTIVE_WINDOW",
+// source indication 2, as pagers send it, so the window manager does not
+// apply focus-stealing prevention); it hides by iconifying (ICCCM 4.1.4).
+// Windows without _NET_WM_PID cannot be told apart and are not handled.
+// Without an X server every call fails quietly.
+#include "vxprocess_p.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <memory>
+#include <vector>
+
+namespace {
+
+struct DisplayCloser
+{
+    void operator()(Display *d) const
+    {
+        if (d)
+            XCloseDisplay(d);
+    }
+};
+using DisplayPtr = std::unique_ptr<Display, DisplayCloser>;
+
+int ignoreErrors(Display *, XErrorEvent *)
+{
+    return 0; // a window that vanished between two calls is not an error to us
+}
+
+DisplayPtr openDisplay()
+{
+    static const bool handlerSet = [] {
+        XSetErrorHandler(ignoreErrors);
+        return true;
+    }();
+    Q_UNUSED(handlerSet);
+    if (qEnvironmentVariableIsEmpty("DISPLAY"))
+        return nullptr;
+    return DisplayPtr(XOpenDisplay(nullptr));
+}
+
+std::vector<unsigned long> property(Display *d, Window w, const char *name, Atom type)
+{
+    std::vector<unsigned long> values;
+    Atom actualType = None;
+    int format = 0;
+    unsigned long count = 0, after = 0;
+    unsigned char *data = nullptr;
+    const Atom atom = XInternAtom(d, name, False);
+    if (XGetWindowProperty(
+            d, w, atom, 0, 65536, False, type, &actualType, &format, &count, &after, &data)
+            == Success
+        && data && format == 32) {
+        const auto *longs = reinterpret_cast<const unsigned long *>(data);
+        values.assign(longs, longs + count);
+    }
+    if (data)
+        XFree(data);
+    return values;
+}
+
+qint32 pidOfWindow(Display *d, Window w)
+{
+    const auto pid = property(d, w, "_NET_WM_PID", XA_CARDINAL);
+    return pid.empty() ? 0 : qint32(pid.front());
+}
+
+Window activeWindow(Display *d)
+{
+    const auto active = property(d, DefaultRootWindow(d), "_NET_ACTIVE_WINDOW", XA_WINDOW);
+    return active.empty() ? None : Window(active.front());
+}
+
+// The process's managed windows, bottom to top.
+std::vector<Window> windowsOf(Display *d, qint32 pid)
+{
+    std::vector<Window> out;
+    for (unsigned long w :
+        property(d, DefaultRootWindow(d), "_NET_CLIENT_LIST_STACKING", XA_WINDOW))
+        if (pidOfWindow(d, Window(w)) == pid)
+            out.push_back(Window(w));
+    return out;
+}
+
+void requestActivation(Display *d, Window w)
+{
+    XEvent event {};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = w;
+    event.xclient.message_type = XInternAtom(d, "_NET_ACTIVE_WINDOW", False);
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = 2; // source: pager
+    event.xclient.data.l[1] = CurrentTime;
+    event.xclient.data.l[2] = 0;
+    XSendEvent(
+        d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+}
+
+class FrontWatcher : public QObject
+{
+public:
+    FrontWatcher(DisplayPtr display, std::function<void()> callback, QObject *parent)
+        : QObject(parent)
+        , m_display(std::move(display))
+        , m_callback(std::move(callback))
+    {
+        Display *d = m_display.get();
+        m_activeAtom = XInternAtom(d, "_NET_ACTIVE_WINDOW", False);
+        XSelectInput(d, DefaultRootWindow(d), PropertyChangeMask);
+        m_lastPid = pidOfWindow(d, activeWindow(d));
+        XFlush(d);
+        m_notifier = new QSocketNotifier(ConnectionNumber(d), QSocketNotifier::Read, this);
+        connect(m_notifier, &QSocketNotifier::activated, this, &FrontWatcher::drain);
+    }
+
+private:
+    void drain()
+    {
+        Display *d = m_display.get();
+        bool changed = false;
+        while (XPending(d)) {
+            XEvent event;
+            XNextEvent(d, &event);
+            if (event.type == PropertyNotify && event.xproperty.atom == m_activeAtom)
+                changed = true;
+        }
+        if (!changed)
+            return;
+        // Only a switch to another application counts, not between its windows.
+        const qint32 pid = pidOfWindow(d, activeWindow(d));
+        if (pid != m_lastPid) {
+            m_lastPid = pid;
+            m_callback();
+        }
+    }
+
+    DisplayPtr m_display;
+    std::function<void()> m_callback;
+    Atom m_activeAtom = None;
+    qint32 m_lastPid = 0;
+    QSocketNotifier *m_notifier = nullptr;
+};
+
+} // namespace
+
+qint32 VXProcessPlatform::frontPid()
+{
+    DisplayPtr d = openDisplay();
+    if (!d)
+        return 0;
+    const Window w = activeWindow(d.get());
+    return w == None ? 0 : pidOfWindow(d.get(), w);
+}
+
+bool VXProcessPlatform::activate(qint32 pid, bool frontWindowOnly)
+{
+    DisplayPtr d = openDisplay();
+    if (!d || pid <= 0)
+        return false;
+    const std::vector<Window> windows = windowsOf(d.get(), pid);
+    if (windows.empty())
+        return false;
+    if (frontWindowOnly) {
+        requestActivation(d.get(), windows.back());
+    } else {
+        for (Window w : windows) // bottom to top: the top one ends up active
+            requestActivation(d.get(), w);
+    }
+    XSync(d.get(), False);
+    return true;
+}
+
+bool VXProcessPlatform::setHidden(qint32 pid, bool hidden)
+{
+    if (!hidden)
+        return activate(pid, false);
+    DisplayPtr d = openDisplay();
+    if (!d || pid <= 0)
+        return false;
+    const std::vector<Window> windows = windowsOf(d.get(), pid);
+    for (Window w : windows)
+        XIconifyWindow(d.get(), w, DefaultScreen(d.get()));
+    XSync(d.get(), False);
+    return !windows.empty();
+}
+
+bool VXProcessPlatform::installFrontSwitchWatcher(const std::function<void()> &frontSwitched)
+{
+    DisplayPtr d = openDisplay();
+    if (!d || !QCoreApplication::instance())
+        return false;
+    new FrontWatcher(std::move(d), frontSwitched, QCoreApplication::instance());
+    return true;
+}
