@@ -1,0 +1,548 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// Process records of real child processes: lookups, details, quitting with
+// signals and events, pid reuse.
+#include "common/logcapture.h"
+#include "process/vxappleevents.h"
+#include "process/vxprocess.h"
+#include "process/vxprocess_p.h"
+#include "utilities/vxfourcharcode.h"
+#include "utilities/vxpropertylist.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QTemporaryDir>
+#include <QTest>
+#include <csignal>
+#include <memory>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
+
+// A child process started for a test, killed when the test ends.
+struct Child
+{
+    QProcess process;
+    explicit Child(const QString &program, const QStringList &args = {})
+    {
+        process.start(program, args);
+        process.waitForStarted();
+    }
+    bool waitReady()
+    {
+        for (int i = 0; i < 100 && !process.canReadLine(); ++i)
+            process.waitForReadyRead(100);
+        return process.readLine().startsWith("ready");
+    }
+    qint32 pid() const { return qint32(process.processId()); }
+    ~Child()
+    {
+        if (process.state() != QProcess::NotRunning) {
+            process.kill();
+            process.waitForFinished();
+        }
+    }
+};
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    f.write(content);
+}
+
+// A resource fork holding one 'vers' resource (ID 1).
+QByteArray versFork(quint8 major, quint8 minorBug, quint8 stage, quint8 revision)
+{
+    QByteArray vers;
+    vers.append(char(major)).append(char(minorBug)).append(char(stage)).append(char(revision));
+    vers.append("\0\0", 2)
+        .append("\x05"
+                "1.2.3",
+            6)
+        .append("\x05"
+                "1.2.3",
+            6);
+    QByteArray data;
+    const quint32 len = quint32(vers.size());
+    data.append(char(len >> 24))
+        .append(char(len >> 16))
+        .append(char(len >> 8))
+        .append(char(len))
+        .append(vers);
+    auto be32 = [](quint32 v) {
+        const char b[4] = { char(v >> 24), char(v >> 16), char(v >> 8), char(v) };
+        return QByteArray(b, 4);
+    };
+    auto be16 = [](quint16 v) {
+        const char b[2] = { char(v >> 8), char(v) };
+        return QByteArray(b, 2);
+    };
+    const quint32 dataOffset = 256;
+    const quint32 mapOffset = dataOffset + quint32(data.size());
+    QByteArray map(16, '\0');
+    map += be32(0) + be16(0) + be16(0) + be16(28) + be16(0xffff); // type list at 28
+    map += be16(0) + QByteArray("vers") + be16(0) + be16(10); // one type, one resource, refs at 10
+    map += be16(1) + be16(0xffff) + QByteArray(1, '\0') + QByteArray(3, '\0') + be32(0);
+    QByteArray header = be32(dataOffset) + be32(mapOffset) + be32(quint32(data.size()))
+        + be32(quint32(map.size()));
+    QByteArray fork = header + QByteArray(int(dataOffset) - header.size(), '\0') + data + map;
+    return fork;
+}
+
+// Test.app around a copy of the behaviour program.
+QString makeBundle(const QString &folder, const QVariantMap &info)
+{
+    const QString app = folder + QLatin1String("/Test Helper.app");
+    QDir().mkpath(app + QLatin1String("/Contents/Linux"));
+    QFile::remove(app + QLatin1String("/Contents/Linux/Helper"));
+    QFile::copy(
+        kHelpers + QLatin1String("/behaviour"), app + QLatin1String("/Contents/Linux/Helper"));
+    writeFile(app + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
+    return app;
+}
+} // namespace
+
+class TestVXProcess : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void cleanup();
+    void lookupsShareRecordsAndKeepRecentFirst();
+    void allProcessesListsChildrenNotKernelThreads();
+    void bundledProcessDetails();
+    void versionFromShortOrBundleVersion_data();
+    void versionFromShortOrBundleVersion();
+    void classicVersionResource_data();
+    void classicVersionResource();
+    void isAtLeastVersion_data();
+    void isAtLeastVersion();
+    void exitedRecordKeepsDetailsButNotLife();
+    void reusedPidIsNeverTheOldProcess();
+    void quitCooperative();
+    void quitStubbornEscalatesToKill();
+    void quitOfProcessGoneBeforeRequest();
+    void quitWithoutPid();
+    void unkillableFailsAfterBothDeadlines();
+    void cpuTimeOfBusyProcess();
+    void signatureHexWidensHighBytes();
+    void diagnosticsReport();
+};
+
+void TestVXProcess::cleanup()
+{
+    VXProcessPlatform::setSignalSender({});
+}
+
+void TestVXProcess::lookupsShareRecordsAndKeepRecentFirst()
+{
+    Child a(kHelpers + "/behaviour"), b(kHelpers + "/behaviour");
+    QVERIFY(a.waitReady() && b.waitReady());
+    const VXProcessPtr first = VXProcess::processWithPID(a.pid());
+    const VXProcessPtr second = VXProcess::processWithPID(b.pid());
+    QVERIFY(first && second && !first->isEqual(second));
+    QCOMPARE(VXProcess::cachedProcesses().first(), second);
+    QCOMPARE(VXProcess::processWithPID(a.pid()), first); // the same object
+    QCOMPARE(VXProcess::cachedProcesses().first(), first); // moved to the front
+    QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber(second->serialNumber()), 1);
+    QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber({ 1, 1 }), VXProcess::NotFound);
+    QCOMPARE(VXProcess::processWithSerialNumber(first->serialNumber()), first);
+    QCOMPARE(VXProcess::currentProcess()->unixPID(), qint32(::getpid()));
+    QVERIFY(VXProcess::currentProcess()->isEqual(VXProcess::processWithPID(::getpid())));
+    QVERIFY(!VXProcess::processWithPID(0));
+    QVERIFY(!VXProcess::processWithPID(-5));
+}
+
+void TestVXProcess::allProcessesListsChildrenNotKernelThreads()
+{
+    Child a(kHelpers + "/behaviour");
+    QVERIFY(a.waitReady());
+    QList<qint32> pids;
+    for (const VXProcessPtr &p : VXProcess::allProcesses())
+        pids << p->unixPID();
+    QVERIFY(pids.contains(a.pid()));
+    QVERIFY(pids.contains(qint32(::getpid())));
+    QVERIFY(!pids.contains(2)); // kthreadd
+    QVERIFY(std::is_sorted(pids.begin(), pids.end()));
+}
+
+void TestVXProcess::bundledProcessDetails()
+{
+    QTemporaryDir dir;
+    const QString app = makeBundle(dir.path(),
+        { { "CFBundleName", "Test Helper" }, { "CFBundleExecutable", "Helper" },
+            { "CFBundleIdentifier", "dev.quillet.test.helper" }, { "CFBundleSignature", "QTst" },
+            { "CFBundleShortVersionString", "3.1.4" }, { "NSPrincipalClass", "QApplication" },
+            { "CFBundleIconFile", "Helper" } });
+    writeFile(app + "/Contents/Resources/Helper.png", "png");
+    Child child(app + "/Contents/Linux/Helper");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    QVERIFY(p);
+    QCOMPARE(p->name(), QStringLiteral("Test Helper"));
+    QCOMPARE(p->signature(), VXFourCharCode::make("QTst"));
+    QCOMPARE(p->signatureString(), QStringLiteral("QTst"));
+    QCOMPARE(p->signatureHexString(), QStringLiteral("51547374"));
+    QCOMPARE(p->path(), app);
+    QCOMPARE(p->appName(), QStringLiteral("Test Helper.app"));
+    QCOMPARE(p->identifier(), QStringLiteral("dev.quillet.test.helper"));
+    QCOMPARE(p->version(), QStringLiteral("3.1.4"));
+    QCOMPARE(p->majorVersionNumber(), 3);
+    QVERIFY(p->isCocoa());
+    QCOMPARE(p->platform(), QStringLiteral("Cocoa"));
+    QVERIFY(!p->isBackgroundOnly());
+    QCOMPARE(p->iconPath(), app + "/Contents/Resources/Helper.png");
+    QCOMPARE(p->description(), QStringLiteral("Process \"Test Helper\" (QTst) 3.1.4"));
+    QCOMPARE(p->detailedDescription(),
+        QStringLiteral("Test Helper V3.1.4 (QTst/dev.quillet.test.helper)"));
+    QCOMPARE(p->infoDictionary().value("pid").toLongLong(), qlonglong(child.pid()));
+    QCOMPARE(p->hashStringSource(), QStringLiteral("id:dev.quillet.test.helper"));
+    // The digest agrees with the system's md5sum.
+    QProcess md5;
+    md5.start("sh", { "-c", "printf '%s' 'id:dev.quillet.test.helper' | md5sum" });
+    md5.waitForFinished();
+    QCOMPARE(p->hashString(), QString::fromLatin1(md5.readAllStandardOutput().left(32)));
+    const QDateTime started = p->launchDate();
+    QVERIFY(qAbs(started.secsTo(QDateTime::currentDateTime())) < 60);
+    QVERIFY(p->secondsRunning() >= 0);
+    QVERIFY(VXProcess::processWithSignatureString("QTst")->isEqual(p));
+    QVERIFY(VXProcess::processWithIdentifier("dev.quillet.test.helper")->isEqual(p));
+    QVERIFY(!VXProcess::processWithSignatureString("Zzz9"));
+}
+
+void TestVXProcess::versionFromShortOrBundleVersion_data()
+{
+    QTest::addColumn<QVariantMap>("info");
+    QTest::addColumn<QString>("version");
+    QTest::newRow("short without dot, bundle version")
+        << QVariantMap { { "CFBundleShortVersionString", "7" }, { "CFBundleVersion", "7.0.1" } }
+        << "7.0.1";
+    QTest::newRow("short with dot")
+        << QVariantMap { { "CFBundleShortVersionString", "2.5" }, { "CFBundleVersion", "250" } }
+        << "2.5";
+    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << "1.0";
+    QTest::newRow("version not a string") << QVariantMap { { "CFBundleVersion", 5 } } << "1.0";
+}
+
+void TestVXProcess::versionFromShortOrBundleVersion()
+{
+    QFETCH(QVariantMap, info);
+    QFETCH(QString, version);
+    QTemporaryDir dir;
+    info.insert("CFBundleExecutable", "Helper");
+    info.insert("CFBundleSignature", "QVer");
+    Child child(makeBundle(dir.path(), info) + "/Contents/Linux/Helper");
+    QVERIFY(child.waitReady());
+    QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
+}
+
+void TestVXProcess::classicVersionResource_data()
+{
+    QTest::addColumn<QByteArray>("fork");
+    QTest::addColumn<bool>("appleDouble");
+    QTest::addColumn<QString>("version");
+    QTest::newRow("beta with bugfix") << versFork(0x01, 0x23, 0x60, 4) << false << "1.2.3b4";
+    QTest::newRow("final, no bugfix") << versFork(0x10, 0x40, 0x80, 0) << false << "10.4";
+    QTest::newRow("final stage with revision has no letter")
+        << versFork(0x02, 0x01, 0x80, 7) << false << "2.0.17";
+    QTest::newRow("in an AppleDouble file") << versFork(0x01, 0x00, 0x20, 9) << true << "1.0d9";
+    QTest::newRow("damaged fork") << QByteArray("\0\0\1\0\xff\xff\xff\xff", 8) << false << "1.0";
+}
+
+void TestVXProcess::classicVersionResource()
+{
+    QFETCH(QByteArray, fork);
+    QFETCH(bool, appleDouble);
+    QFETCH(QString, version);
+    QTemporaryDir dir;
+    const QString program = dir.path() + "/classic";
+    QFile::copy(kHelpers + "/behaviour", program);
+    if (appleDouble) {
+        QByteArray header
+            = QByteArray("\x00\x05\x16\x07\x00\x02\x00\x00", 8) + QByteArray(16, '\0');
+        header += QByteArray("\x00\x01", 2) + QByteArray("\x00\x00\x00\x02", 4)
+            + QByteArray("\x00\x00\x00\x26", 4);
+        const quint32 n = quint32(fork.size());
+        const char length[4] = { char(n >> 24), char(n >> 16), char(n >> 8), char(n) };
+        header += QByteArray(length, 4);
+        writeFile(dir.path() + "/._classic", header + fork);
+    } else {
+        writeFile(program + ".rsrc", fork);
+    }
+    Child child(program);
+    QVERIFY(child.waitReady());
+    QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
+}
+
+void TestVXProcess::isAtLeastVersion_data()
+{
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("wanted");
+    QTest::addColumn<bool>("atLeast");
+    QTest::newRow("missing component is 0") << "1.2.0"
+                                            << "1.2" << true;
+    QTest::newRow("by value") << "1.10"
+                              << "1.9" << true;
+    QTest::newRow("older") << "1.9"
+                           << "1.10" << false;
+    QTest::newRow("equal") << "2.0"
+                           << "2.0" << true;
+    QTest::newRow("longer wanted") << "2.0"
+                                   << "2.0.1" << false;
+}
+
+void TestVXProcess::isAtLeastVersion()
+{
+    QFETCH(QString, version);
+    QFETCH(QString, wanted);
+    QFETCH(bool, atLeast);
+    QTemporaryDir dir;
+    Child child(
+        makeBundle(dir.path(),
+            { { "CFBundleExecutable", "Helper" }, { "CFBundleShortVersionString", version } })
+        + "/Contents/Linux/Helper");
+    QVERIFY(child.waitReady());
+    QCOMPARE(VXProcess::processWithPID(child.pid())->isAtLeastVersion(wanted), atLeast);
+}
+
+void TestVXProcess::exitedRecordKeepsDetailsButNotLife()
+{
+    auto child = std::make_unique<Child>(kHelpers + "/behaviour");
+    QVERIFY(child->waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child->pid());
+    const QString name = p->name();
+    const QString path = p->path();
+    QVERIFY(p->isStillRunning());
+    child.reset(); // killed and reaped
+    QVERIFY(!p->isStillRunning());
+    QCOMPARE(p->unixPID(), 0);
+    QCOMPARE(p->name(), name);
+    QCOMPARE(p->path(), path);
+    QVERIFY(
+        VXProcess::indexOfCachedProcessWithSerialNumber(p->serialNumber()) != VXProcess::NotFound);
+    VXProcess::cleanupCache();
+    QCOMPARE(
+        VXProcess::indexOfCachedProcessWithSerialNumber(p->serialNumber()), VXProcess::NotFound);
+    QVERIFY(!p->name().isEmpty()); // a kept record stays usable
+    LogCapture capture;
+    QVERIFY(!p->quitRunningApplicationWithTimeout(0.5f));
+    capture.restore();
+    QCOMPARE(capture.messages(), QStringList { "cannot quit behaviour: no pid" });
+}
+
+void TestVXProcess::reusedPidIsNeverTheOldProcess()
+{
+    // An old record whose pid now belongs to another process: the start time
+    // tells them apart, so nothing answers for, or is sent to, the new one.
+    Child survivor(kHelpers + "/behaviour");
+    QVERIFY(survivor.waitReady());
+    const VXProcessSerialNumber live = VXProcessPlatform::serialNumberForPid(survivor.pid());
+    const VXProcessSerialNumber old { live.highLongOfPSN, live.lowLongOfPSN - 1 };
+    const VXProcessPtr oldRecord = VXProcess::processWithSerialNumber(old);
+    QVERIFY(!oldRecord->isStillRunning());
+    QCOMPARE(oldRecord->unixPID(), 0);
+    QVERIFY(!oldRecord->isEqual(VXProcess::processWithPID(survivor.pid())));
+    QCOMPARE(VXProcessPlatform::sendSignal(old, SIGKILL), VXProcessPlatform::SignalResult::Gone);
+    LogCapture quiet;
+    QVERIFY(!oldRecord->quitRunningApplicationWithTimeout(0.2f));
+    oldRecord->forceQuit();
+    oldRecord->wakeUp();
+    QTest::qWait(100);
+    QCOMPARE(survivor.process.state(), QProcess::Running);
+
+    // Real reuse where the kernel lets root choose the next pid.
+    QFile lastPid("/proc/sys/kernel/ns_last_pid");
+    if (!lastPid.open(QIODevice::WriteOnly))
+        QSKIP("cannot choose the next pid here (needs root in this pid namespace)");
+    lastPid.close();
+    const pid_t first = ::fork();
+    if (first == 0)
+        ::_exit(0);
+    const VXProcessPtr firstRecord
+        = VXProcess::processWithPID(first); // may be a zombie already: then null
+    ::waitpid(first, nullptr, 0);
+    // Start times count clock ticks: a pid can only come round again after
+    // the whole pid space, never within the same tick.
+    QTest::qWait(30);
+    const VXProcessSerialNumber firstSerial
+        = firstRecord ? firstRecord->serialNumber() : VXProcessSerialNumber {};
+    pid_t second = -1;
+    // A child left behind would hold the test's output open.
+    const auto reap = qScopeGuard([&] {
+        if (second > 0) {
+            ::kill(second, SIGKILL);
+            ::waitpid(second, nullptr, 0);
+        }
+    });
+    for (int attempt = 0; attempt < 20 && second != first; ++attempt) {
+        if (second > 0) {
+            ::kill(second, SIGKILL);
+            ::waitpid(second, nullptr, 0);
+        }
+        QFile f("/proc/sys/kernel/ns_last_pid");
+        f.open(QIODevice::WriteOnly);
+        f.write(QByteArray::number(first - 1));
+        f.close();
+        second = ::fork();
+        if (second == 0) {
+            ::pause();
+            ::_exit(0);
+        }
+    }
+    QCOMPARE(second, first);
+    if (firstRecord) {
+        QVERIFY(!firstRecord->isStillRunning());
+        QVERIFY(!firstRecord->quitRunningApplicationWithTimeout(0.1f));
+        QCOMPARE(VXProcessPlatform::sendSignal(firstSerial, SIGKILL),
+            VXProcessPlatform::SignalResult::Gone);
+    }
+    QVERIFY(VXProcess::processWithPID(second)->serialNumber() != firstSerial);
+    QCOMPARE(::kill(second, 0), 0); // still alive: never signalled
+}
+
+void TestVXProcess::quitCooperative()
+{
+    Child child(kHelpers + "/behaviour", { "cooperative" });
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    LogCapture capture;
+    QVERIFY(p->quitRunningApplicationWithTimeout(2.0f));
+    capture.restore();
+    const QStringList log = capture.messages();
+    QCOMPARE(log.size(), 1);
+    QVERIFY2(
+        QRegularExpression(
+            "^quit behaviour: (terminated|process stopped) after 0\\.\\d{3}s \\(\\d+ attempts\\)$")
+            .match(log.first())
+            .hasMatch(),
+        qPrintable(log.first()));
+    QVERIFY(!p->isStillRunning());
+}
+
+void TestVXProcess::quitStubbornEscalatesToKill()
+{
+    Child child(kHelpers + "/behaviour", { "stubborn" });
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    LogCapture capture;
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(p->quitRunningApplicationWithTimeout(0.3f));
+    QVERIFY(clock.elapsed() >= 300); // the polite phase ran to its deadline
+    capture.restore();
+    const QStringList log = capture.messages();
+    QCOMPARE(log.size(), 1);
+    QVERIFY2(QRegularExpression("^(force-quit behaviour: terminated|foce-quit behaviour: process "
+                                "stopped) after 0\\.\\d{3}s \\(\\d+ attempts\\)$")
+                 .match(log.first())
+                 .hasMatch(),
+        qPrintable(log.first()));
+}
+
+void TestVXProcess::quitOfProcessGoneBeforeRequest()
+{
+    Child child(kHelpers + "/behaviour");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    // It ends between the look-up and the first request.
+    VXProcessPlatform::setSignalSender(
+        [](const VXProcessSerialNumber &, int) { return VXProcessPlatform::SignalResult::Gone; });
+    LogCapture capture;
+    QVERIFY(p->quitRunningApplicationWithTimeout(1.0f));
+    capture.restore();
+    QCOMPARE(capture.messages(),
+        QStringList { "quit behaviour: process stopped after 0.000s (1 attempts)" });
+}
+
+void TestVXProcess::quitWithoutPid()
+{
+    Child gone(kHelpers + "/behaviour", { "gone" });
+    QVERIFY(gone.process.waitForFinished());
+    const VXProcessPtr p = VXProcess::processWithSerialNumber({ quint32(gone.pid()), 1 });
+    LogCapture capture;
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!p->quitRunningApplicationWithTimeout(5.0f));
+    QVERIFY(clock.elapsed() < 1000); // at once, without waiting for a deadline
+    capture.restore();
+    QCOMPARE(capture.messages().size(), 1);
+    QVERIFY(capture.messages().first().endsWith(": no pid"));
+}
+
+void TestVXProcess::unkillableFailsAfterBothDeadlines()
+{
+    // A process that no signal reaches (as one in uninterruptible sleep).
+    Child child(kHelpers + "/behaviour", { "stubborn" });
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    VXProcessPlatform::setSignalSender([](const VXProcessSerialNumber &, int) {
+        return VXProcessPlatform::SignalResult::Delivered;
+    });
+    LogCapture capture;
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!p->quitRunningApplicationWithTimeout(0.25f));
+    QVERIFY(clock.elapsed() >= 500);
+    capture.restore();
+    QCOMPARE(capture.messages(), QStringList { "quitting behaviour failed" });
+    QVERIFY(p->isStillRunning());
+}
+
+void TestVXProcess::cpuTimeOfBusyProcess()
+{
+    Child child(kHelpers + "/behaviour", { "busy" });
+    QVERIFY(child.waitReady());
+    QTest::qWait(1500);
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    const double seconds = p->cpuTime();
+    QVERIFY2(seconds >= 0.5 && seconds < 60, qPrintable(QString::number(seconds)));
+    QFile file("/tmp/proc_cpu_time.txt");
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll().contains(':'));
+    child.process.kill();
+    child.process.waitForFinished();
+    QCOMPARE(p->cpuTime(), 0.0);
+}
+
+void TestVXProcess::signatureHexWidensHighBytes()
+{
+    QTemporaryDir dir;
+    Child child(makeBundle(dir.path(),
+                    { { "CFBundleExecutable", "Helper" },
+                        { "CFBundleSignature", QString::fromUtf8("A¬BC") } })
+        + "/Contents/Linux/Helper");
+    QVERIFY(child.waitReady());
+    // ¬ is 0xC2 in Mac OS Roman.
+    QCOMPARE(VXProcess::processWithPID(child.pid())->signatureHexString(),
+        QStringLiteral("41FFFFFFC24243"));
+}
+
+void TestVXProcess::diagnosticsReport()
+{
+    QTemporaryDir dir;
+    Child child(makeBundle(dir.path(),
+                    { { "CFBundleName", "Agent" }, { "CFBundleExecutable", "Helper" },
+                        { "CFBundleSignature", "QAgt" }, { "CFBundleShortVersionString", "1.5" },
+                        { "LSUIElement", true } })
+        + "/Contents/Linux/Helper");
+    QVERIFY(child.waitReady());
+    const QString report = VXProcess::processListForDiagnosticsReport();
+    QVERIFY(report.startsWith("Foreground processes:\n"));
+    const qsizetype background = report.indexOf("\n\nBackground processes:\n");
+    QVERIFY(background > 0);
+    QVERIFY(report.indexOf("Agent V1.5 (QAgt/)") > background);
+    QVERIFY(report.endsWith("\n"));
+}
+
+QTEST_GUILESS_MAIN(TestVXProcess)
+#include "tst_vxprocess.moc"
