@@ -120,26 +120,32 @@ public:
         XFlush(d);
         m_notifier = new QSocketNotifier(ConnectionNumber(d), QSocketNotifier::Read, this);
         connect(m_notifier, &QSocketNotifier::activated, this, &FrontWatcher::drain);
+        QMetaObject::invokeMethod(this, &FrontWatcher::drain, Qt::QueuedConnection);
     }
 
 private:
     void drain()
     {
         Display *d = m_display.get();
-        bool changed = false;
-        while (XPending(d)) {
-            XEvent event;
-            XNextEvent(d, &event);
-            if (event.type == PropertyNotify && event.xproperty.atom == m_activeAtom)
-                changed = true;
-        }
-        if (!changed)
-            return;
-        // Only a switch to another application counts, not between its windows.
-        const qint32 pid = pidOfWindow(d, activeWindow(d));
-        if (pid != m_lastPid) {
-            m_lastPid = pid;
-            m_callback();
+        // Reading a property may queue further events in Xlib, where the
+        // socket notifier cannot see them: go on until the queue is empty.
+        for (;;) {
+            bool changed = false;
+            while (XPending(d)) {
+                XEvent event;
+                XNextEvent(d, &event);
+                if (event.type == PropertyNotify && event.xproperty.atom == m_activeAtom)
+                    changed = true;
+            }
+            if (!changed)
+                return;
+            // Only a switch to another application counts, not between its windows.
+            const qint32 pid = pidOfWindow(d, activeWindow(d));
+            // No active window is a passing state between two applications.
+            if (pid != 0 && pid != m_lastPid) {
+                m_lastPid = pid;
+                m_callback();
+            }
         }
     }
 
