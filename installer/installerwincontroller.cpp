@@ -34,7 +34,7 @@
 #include <QUrl>
 #include <cstdio>
 
-Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer")
+Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer", QtWarningMsg)
 
 // The interface file compiled into the program, for a bundle that lost its own.
 static void initInterfaceResource()

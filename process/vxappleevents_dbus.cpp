@@ -20,7 +20,7 @@
 #include <QHash>
 #include <QLoggingCategory>
 
-Q_LOGGING_CATEGORY(lcAppleEvents, "quillet.process.events")
+Q_LOGGING_CATEGORY(lcAppleEvents, "quillet.process.events", QtWarningMsg)
 
 namespace {
 QHash<quint64, VXAppleEvents::Handler> &handlers()

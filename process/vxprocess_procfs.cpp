@@ -20,8 +20,13 @@
 #include <QHash>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -49,28 +54,45 @@ struct Stat
     quint64 startTime = 0;
 };
 
+// Read with plain system calls: this runs for every process on every
+// listing, and /proc files are small.
 std::optional<Stat> readStat(qint32 pid)
 {
-    QFile f(g_procRoot + QLatin1Char('/') + QString::number(pid) + QLatin1String("/stat"));
-    if (!f.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    char path[64];
+    const QByteArray root = QFile::encodeName(g_procRoot);
+    std::snprintf(path, sizeof path, "%.40s/%d/stat", root.constData(), pid);
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
         return std::nullopt;
-    const QByteArray line = f.read(4096);
-    const qsizetype open = line.indexOf('(');
-    const qsizetype close = line.lastIndexOf(')');
-    if (open < 0 || close < open)
+    char buffer[1024];
+    const ssize_t n = ::read(fd, buffer, sizeof buffer - 1);
+    ::close(fd);
+    if (n <= 0)
         return std::nullopt;
-    const QList<QByteArray> fields = line.mid(close + 2).split(' ');
-    if (fields.size() < 20 || fields.at(0).isEmpty())
+    buffer[n] = '\0';
+    const char *open = std::strchr(buffer, '(');
+    const char *close = std::strrchr(buffer, ')');
+    if (!open || !close || close < open || close[1] == '\0')
         return std::nullopt;
     Stat s;
     s.pid = pid;
-    s.comm = QString::fromUtf8(line.mid(open + 1, close - open - 1));
-    s.state = fields.at(0).at(0);
-    s.flags = fields.at(6).toULongLong();
-    bool ok = false;
-    s.startTime = fields.at(19).toULongLong(&ok);
-    if (!ok)
+    s.comm = QString::fromUtf8(open + 1, close - open - 1);
+    // Fields after the name, counted from 3 (state) as proc(5) numbers them.
+    const char *p = close + 2;
+    s.state = *p;
+    int field = 3;
+    while (*p && field < 22) {
+        while (*p && *p != ' ')
+            ++p;
+        if (*p == ' ')
+            ++p;
+        ++field;
+        if (field == 9)
+            s.flags = std::strtoull(p, nullptr, 10);
+    }
+    if (field != 22 || !std::isdigit(static_cast<unsigned char>(*p)))
         return std::nullopt;
+    s.startTime = std::strtoull(p, nullptr, 10);
     return s;
 }
 
@@ -115,14 +137,16 @@ qint64 bootTime()
 QList<qint32> listPids()
 {
     QList<qint32> pids;
-    const QStringList names = QDir(g_procRoot).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    pids.reserve(names.size());
-    for (const QString &name : names) {
-        bool ok = false;
-        const qint32 pid = name.toInt(&ok);
-        if (ok && pid > 0)
-            pids.append(pid);
+    DIR *dir = ::opendir(QFile::encodeName(g_procRoot).constData());
+    if (!dir)
+        return pids;
+    while (const dirent *entry = ::readdir(dir)) {
+        char *end = nullptr;
+        const long pid = std::strtol(entry->d_name, &end, 10);
+        if (end != entry->d_name && *end == '\0' && pid > 0)
+            pids.append(qint32(pid));
     }
+    ::closedir(dir);
     std::sort(pids.begin(), pids.end());
     return pids;
 }

@@ -137,6 +137,7 @@ private Q_SLOTS:
     void cpuTimeOfBusyProcess();
     void signatureHexWidensHighBytes();
     void diagnosticsReport();
+    void unusualProcessTableEntries();
 };
 
 void TestVXProcess::cleanup()
@@ -542,6 +543,50 @@ void TestVXProcess::diagnosticsReport()
     QVERIFY(background > 0);
     QVERIFY(report.indexOf("Agent V1.5 (QAgt/)") > background);
     QVERIFY(report.endsWith("\n"));
+}
+
+void TestVXProcess::unusualProcessTableEntries()
+{
+    // A process table with what a live one holds only for moments: a
+    // zombie, a kernel thread, an entry that vanished after the listing, a
+    // damaged stat line, a name with parentheses and blanks, and a process
+    // whose program file is hidden from us.
+    QTemporaryDir root;
+    auto stat = [&](int pid, const QByteArray &line) {
+        writeFile(root.path() + QString("/%1/stat").arg(pid), line);
+    };
+    const QByteArray tail = " 1 1 1 0 -1 4194560 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0";
+    stat(100, "100 (zombie) Z" + tail);
+    stat(101, "101 (kworker/0:1) I 2 0 0 0 -1 2129984 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0");
+    QDir().mkpath(root.path() + "/102"); // gone: no stat any more
+    stat(103, "103 (short) S 1");
+    stat(104, "104 (my (odd) name) S" + tail);
+    stat(105, "105 (hidden) S" + tail);
+    writeFile(root.path() + "/stat", "cpu 0 0 0 0\nbtime 1700000000\n");
+    QFile::link(
+        QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/behaviour"), root.path() + "/104/exe");
+    VXProcessPlatform::setProcRoot(root.path());
+    const auto restore = qScopeGuard([] { VXProcessPlatform::setProcRoot(QString()); });
+
+    const QList<VXProcessSerialNumber> serials = VXProcessPlatform::allSerialNumbers();
+    QCOMPARE(serials.size(), 2);
+    QCOMPARE(serials.at(0).highLongOfPSN, 104u);
+    QCOMPARE(serials.at(1).highLongOfPSN, 105u);
+    QCOMPARE(serials.at(0).lowLongOfPSN, 5000u);
+    const auto odd = VXProcessPlatform::basicInfo(serials.at(0));
+    QVERIFY(odd);
+    QCOMPARE(odd->name, QStringLiteral("my (odd) name"));
+    QVERIFY(odd->executable.endsWith("/behaviour"));
+    const auto hidden = VXProcessPlatform::basicInfo(serials.at(1));
+    QVERIFY(hidden && hidden->executable.isEmpty());
+    QCOMPARE(VXProcessPlatform::startTime(serials.at(1)),
+        QDateTime::fromSecsSinceEpoch(1700000000 + 50));
+    QCOMPARE(VXProcessPlatform::pidForSerialNumber({ 100, 5000 }), 0); // a zombie has ended
+    QCOMPARE(
+        VXProcessPlatform::pidForSerialNumber({ 105, 4999 }), 0); // another process of that pid
+    QVERIFY(VXProcessPlatform::serialNumberForPid(102).isNull());
+    QVERIFY(
+        VXProcessPlatform::serialNumberForPid(101).isNull()); // kernel threads are no applications
 }
 
 QTEST_GUILESS_MAIN(TestVXProcess)
