@@ -1,61 +1,173 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 //
-// Copy into place and launch.
+// Copy into place and launch: a plain copy when the destination is
+// writable, else the helper "train" as root through the elevation command
+// (pkexec; polkit asks for the password). Runs on the installation thread.
 #include "installerwincontroller.h"
-#include "utilities/vxlog.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
+#include "productcopy.h"
+#include "workspace.h"
+
+#include "process/vxprocess.h"
+#include "utilities/vxbundle.h"
+#include "utilities/vxlog.h"
+#include "utilities/vxuserdefaults.h"
+
+#include <QApplication>
 #include <QFileInfo>
+#include <QProcess>
+#include <QThread>
+
+#include <unistd.h>
 
 namespace {
-bool copyTree(const QString &source, const QString &destination)
+constexpr int kAuthorizationCanceled = -60006; // errAuthorizationCanceled
+constexpr int kToolExecuteFailure = -60031; // errAuthorizationToolExecuteFailure
+
+QString g_helperPath;
+
+// Whether Alt (the Option key) is held now; asked on the main thread.
+bool optionKeyHeld()
 {
-    if (!QDir().mkpath(destination))
+    bool held = false;
+    QCoreApplication *app = QCoreApplication::instance();
+    if (!app)
         return false;
-    QDirIterator it(source, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-        QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QString target = destination + path.mid(source.size());
-        const QFileInfo info = it.fileInfo();
-        if (info.isSymLink()) {
-            if (!QFile::link(info.symLinkTarget(), target))
-                return false;
-        } else if (info.isDir()) {
-            if (!QDir().mkpath(target))
-                return false;
-        } else if (!QFile::copy(path, target)) {
-            return false;
-        }
+    auto ask = [&held] { held = QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier; };
+    if (QThread::currentThread() == app->thread())
+        ask();
+    else
+        QMetaObject::invokeMethod(app, ask, Qt::BlockingQueuedConnection);
+    return held;
+}
+
+// Runs the helper as root. 0: it ran and succeeded; -1: it failed or was
+// killed; kAuthorizationCanceled: the password dialog was dismissed; any
+// other code: it could not be started.
+int runPrivilegedTool(const QString &tool, const QStringList &arguments)
+{
+    QString command = VXUserDefaults::standard().stringForKey(QStringLiteral("elevationCommand"));
+    if (command.trimmed().isEmpty())
+        command = QStringLiteral("pkexec");
+    QStringList parts = QProcess::splitCommand(command);
+    const QString program = parts.takeFirst();
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.start(program, parts + QStringList { tool } + arguments);
+    if (!process.waitForStarted(-1)) {
+        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
+        return kToolExecuteFailure;
     }
-    return true;
+    process.waitForFinished(-1);
+    if (process.exitStatus() != QProcess::NormalExit) {
+        vxLog(QStringLiteral("!WIFEXITED"));
+        return -1;
+    }
+    // pkexec: 126 the dialog was dismissed, 127 not authorized or no agent.
+    switch (process.exitCode()) {
+    case 0:
+        return 0;
+    case 126:
+        return kAuthorizationCanceled;
+    case 127:
+        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
+        return kToolExecuteFailure;
+    default:
+        vxLog(QStringLiteral("WEXITSTATUS"));
+        return -1;
+    }
 }
 } // namespace
+
+void InstallerWinController::setHelperPath(const QString &path)
+{
+    g_helperPath = path;
+}
 
 QString InstallerWinController::installMyselfInDestination()
 {
     const QString source = argument(QStringLiteral("sourcePath"));
     const QString destination = argument(QStringLiteral("destinationPath"));
-    setCurrentInstallationLabel(
-        vxFormat(QStringLiteral("%@ %@"), m_arguments.value(QStringLiteral("productName")),
-            m_arguments.value(QStringLiteral("version"))));
-    if (!canWriteToPath(destination))
-        return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Authorized copying failed."));
-    if (QFileInfo::exists(destination) && !QFile::moveToTrash(destination))
-        return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Could not delete existing copy."));
-    if (!copyTree(source, destination))
-        return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Installation failed."));
+    const QString wrapper = argument(QStringLiteral("wrapperPath"));
+    const bool writable = canWriteToPath(destination);
+    setCurrentInstallationLabel(vxFormat(QStringLiteral("%@ %@"), m_arguments.value(QStringLiteral("productName")),
+                                         m_arguments.value(QStringLiteral("version"))));
+
+    bool privileged = !writable;
+    if (optionKeyHeld()) {
+        vxLog(QStringLiteral("enforcing authorization"));
+        privileged = true;
+    }
+    if (!privileged) {
+        const int status = ProductCopy::installProductCopy(source, destination, wrapper);
+        if (status == ProductCopy::CouldNotTrash)
+            return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Could not delete existing copy."));
+        if (status != ProductCopy::Copied)
+            return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Installation failed."));
+    } else {
+        bool canceled = false;
+        if (!authorizedInstall(source, destination, wrapper, &canceled)) {
+            if (canceled)
+                vxLog(QStringLiteral("User canceled authorization"));
+            else
+                vxLog(QStringLiteral("ERROR -- Could not copy myself to /Applications with authorization"));
+            return canceled ? QStringLiteral("")
+                            : QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Authorized copying failed."));
+        }
+    }
+
     vxLog(QStringLiteral("successfully copied"));
+    Workspace::noteFileSystemChanged(destination);
+    vxLog(QStringLiteral("launching %@"), destination);
+    ::usleep(500000);
+    vxLog(QStringLiteral("waited 0.5"));
+    vxLog(QStringLiteral("registered app: %d"), Workspace::registerBundle(destination));
+    ::usleep(300000);
+    vxLog(QStringLiteral("waited 0.3"));
+
+    if (Workspace::iconForFile(destination).isNull()) {
+        vxLog(QStringLiteral("did not get icon"));
+        ::usleep(1000000);
+        const bool got = !Workspace::iconForFile(destination).isNull();
+        vxLog(QStringLiteral("retry; %@"), got ? QStringLiteral("succeeded") : QStringLiteral("failed"));
+    }
+
+    bool launched = Workspace::openFile(destination);
+    vxLog(QStringLiteral("launched immediately: %d"), int(launched));
+    for (int count = 0; !launched && count <= 9;) {
+        ++count;
+        ::usleep(500000);
+        vxLog(QStringLiteral("retry opening (count=%d)"), count);
+        launched = Workspace::openFile(destination);
+        vxLog(QStringLiteral("launched: %d"), int(launched));
+    }
+    // A launch that failed is not a failed installation.
+    if (const VXProcessPtr current = VXProcess::currentProcess())
+        current->setFrontProcessFrontWindowOnly();
     return QString();
 }
 
-bool InstallerWinController::authorizedInstall(
-    const QString &, const QString &, const QString &, bool *canceled)
+bool InstallerWinController::authorizedInstall(const QString &source, const QString &destination,
+                                               const QString &wrapper, bool *canceled)
 {
     if (canceled)
         *canceled = false;
-    return false;
+    if (destination.trimmed().isEmpty() || source.trimmed().isEmpty())
+        return false;
+    QMetaObject::invokeMethod(this, [this] { animateProgress(false); }, Qt::QueuedConnection);
+    QString tool = g_helperPath;
+    if (tool.isEmpty())
+        tool = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
+    QStringList arguments { source, destination };
+    if (!wrapper.isEmpty())
+        arguments << wrapper;
+    const int status = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
+    if (status == kAuthorizationCanceled) {
+        if (canceled)
+            *canceled = true;
+        return false;
+    }
+    QMetaObject::invokeMethod(this, [this] { animateProgress(true); }, Qt::QueuedConnection);
+    return status == 0;
 }

@@ -95,6 +95,8 @@ public:
     // Where the Applications folders are: system /opt, user ~/Applications.
     // Tests point them elsewhere.
     static void setApplicationsFolders(const QString &system, const QString &user);
+    // The privileged helper; empty: the main bundle's resource "train".
+    static void setHelperPath(const QString &path);
     // The web page of older versions.
     static QString archiveUrl();
 

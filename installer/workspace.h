@@ -1,0 +1,35 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QIcon>
+#include <QString>
+
+// What the desktop does with an installed bundle: make it known, show its
+// icon, open it.
+namespace Workspace {
+
+// Makes the bundle known to the desktop: a desktop entry (Desktop Entry
+// Specification) named after its CFBundleIdentifier in the user's
+// applications folder, so an update replaces its entry, with the icon
+// converted into the user's hicolor icon theme. Runs update-desktop-database
+// where it exists. Answers 0, or -1 when the bundle cannot be read or the
+// entry cannot be written.
+int registerBundle(const QString &bundlePath);
+
+// Where registerBundle writes the entry of this bundle.
+QString desktopEntryPath(const QString &bundlePath);
+
+// The bundle's icon (CFBundleIconFile: .icns, .png, .svg), else the theme's
+// icon for the file's type; a null icon when there is none.
+QIcon iconForFile(const QString &path);
+
+// Opens a file: a bundle by starting its executable detached, anything else
+// with xdg-open. Answers whether it started.
+bool openFile(const QString &path);
+
+// Tells the desktop that something changed at the path: refreshes the
+// desktop database when the path holds desktop entries.
+void noteFileSystemChanged(const QString &path);
+
+} // namespace Workspace
