@@ -49,7 +49,7 @@ QString localDescription(const QDateTime &date)
     const int offset = local.offsetFromUtc() / 60;
     return local.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss "))
         + QStringLiteral("%1%2%3")
-              .arg(offset < 0 ? u'-' : u'+')
+              .arg(QChar(offset < 0 ? u'-' : u'+'))
               .arg(qAbs(offset) / 60, 2, 10, QLatin1Char('0'))
               .arg(qAbs(offset) % 60, 2, 10, QLatin1Char('0'));
 }
@@ -59,7 +59,8 @@ static QString format(const QDateTime &date, Style dateStyle, Style timeStyle)
 {
     const QLocale locale;
     const QDateTime local = date.toLocalTime();
-    auto qtFormat = [](Style s) { return s == ShortStyle ? QLocale::ShortFormat : QLocale::LongFormat; };
+    auto qtFormat
+        = [](Style s) { return s == ShortStyle ? QLocale::ShortFormat : QLocale::LongFormat; };
     QStringList parts;
     if (dateStyle != NoStyle)
         parts.append(locale.toString(local.date(), qtFormat(dateStyle)));

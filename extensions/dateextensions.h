@@ -5,7 +5,6 @@
 #include <QCalendar>
 #include <QDateTime>
 #include <QString>
-
 #include <optional>
 
 // Year, Gregorian components and localised descriptions of a date. Dates
@@ -25,7 +24,8 @@ enum Unit : unsigned {
 };
 
 // A component not asked for stays empty.
-struct DateComponents {
+struct DateComponents
+{
     std::optional<int> era, year, month, day, hour, minute, second, weekday;
 };
 

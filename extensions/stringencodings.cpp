@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 #include "stringextensions.h"
 #include "stringextensions_p.h"
-
 #include "utilities/vxfourcharcode.h"
 #include "utilities/vxlog.h"
 
@@ -19,7 +18,8 @@ static bool isControlOrFormat(QChar c)
     return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
 }
 
-static QString decodeWith(QStringConverter::Encoding e, QStringConverter::Flags flags, const QByteArray &bytes)
+static QString decodeWith(
+    QStringConverter::Encoding e, QStringConverter::Flags flags, const QByteArray &bytes)
 {
     QStringDecoder decoder(e, flags);
     QString text = decoder.decode(bytes);
@@ -160,18 +160,22 @@ QString stringWithBestEncodingFromFile(const QString &path)
         return QString();
     QByteArray bytes = file.readAll();
     if (mark != 0) {
-        const int bomLength = mark == UTF8Encoding ? 3 : (mark == UTF16BigEndianEncoding || mark == UTF16LittleEndianEncoding) ? 2 : 4;
+        const int bomLength = mark == UTF8Encoding                                  ? 3
+            : (mark == UTF16BigEndianEncoding || mark == UTF16LittleEndianEncoding) ? 2
+                                                                                    : 4;
         QString text = decode(bytes.mid(bomLength), mark);
         if (!text.isNull())
             return text;
     }
     // No reader that guesses the encoding here: go straight to the trial.
-    struct Trial {
+    struct Trial
+    {
         quint32 encoding;
         const char *label;
     };
-    static const Trial trials[] = {{UnicodeEncoding, "Unicode"}, {MacOSRomanEncoding, "MacRoman"},
-                                   {ISOLatin1Encoding, "Latin1"}, {UTF8Encoding, "UTF8"}};
+    static const Trial trials[]
+        = { { UnicodeEncoding, "Unicode" }, { MacOSRomanEncoding, "MacRoman" },
+              { ISOLatin1Encoding, "Latin1" }, { UTF8Encoding, "UTF8" } };
     QString best;
     float bestScore = -1000000.0f;
     for (const Trial &t : trials) {
@@ -198,13 +202,15 @@ QString stringWithHTML(const QByteArray &data)
         if (charset < 0)
             return latin;
         qsizetype i = charset + 7;
-        while (i < latin.size() && (isControlOrFormat(latin.at(i)) || latin.at(i) == u' ' || latin.at(i) == u'='))
+        while (i < latin.size()
+            && (isControlOrFormat(latin.at(i)) || latin.at(i) == u' ' || latin.at(i) == u'='))
             ++i;
         const qsizetype start = i;
         // Quotes are not skipped: charset="utf-8" gives an empty name. Intended.
         while (i < latin.size()) {
             const char16_t c = latin.at(i).unicode();
-            if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-'))
+            if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')
+                    || c == '-'))
                 break;
             ++i;
         }
@@ -234,7 +240,8 @@ QString stringWithExpandedPercentEscapes(const QString &s)
             out.append(bytes.at(i));
             continue;
         }
-        if (i + 2 >= bytes.size() || !isxdigit(uchar(bytes.at(i + 1))) || !isxdigit(uchar(bytes.at(i + 2))))
+        if (i + 2 >= bytes.size() || !isxdigit(uchar(bytes.at(i + 1)))
+            || !isxdigit(uchar(bytes.at(i + 2))))
             return s;
         out.append(char(QByteArray::fromHex(bytes.mid(i + 1, 2)).at(0)));
         i += 2;
@@ -302,7 +309,9 @@ QString UTF16SequenceString(const QString &s)
 QString UTF32SequenceString(const QString &s)
 {
     QStringList parts;
-    forUTF32Characters(s, [&](quint32 c) { parts.append(QStringLiteral("%1").arg(c, 4, 16, QLatin1Char('0')).toUpper()); });
+    forUTF32Characters(s, [&](quint32 c) {
+        parts.append(QStringLiteral("%1").arg(c, 4, 16, QLatin1Char('0')).toUpper());
+    });
     return parts.join(u',');
 }
 
@@ -323,9 +332,10 @@ const quint32 sequenceTable[223][9] = {
 #include "emojisequences.inc"
 };
 
-const quint32 keycapTable[12][3] = {{'#', 0x20E3, 0}, {'*', 0x20E3, 0}, {'0', 0x20E3, 0}, {'1', 0x20E3, 0},
-                                    {'2', 0x20E3, 0}, {'3', 0x20E3, 0}, {'4', 0x20E3, 0}, {'5', 0x20E3, 0},
-                                    {'6', 0x20E3, 0}, {'7', 0x20E3, 0}, {'8', 0x20E3, 0}, {'9', 0x20E3, 0}};
+const quint32 keycapTable[12][3]
+    = { { '#', 0x20E3, 0 }, { '*', 0x20E3, 0 }, { '0', 0x20E3, 0 }, { '1', 0x20E3, 0 },
+          { '2', 0x20E3, 0 }, { '3', 0x20E3, 0 }, { '4', 0x20E3, 0 }, { '5', 0x20E3, 0 },
+          { '6', 0x20E3, 0 }, { '7', 0x20E3, 0 }, { '8', 0x20E3, 0 }, { '9', 0x20E3, 0 } };
 
 QStringList &ligatures()
 {
@@ -339,8 +349,8 @@ bool isVirtualCharacter(qint32 code)
     if (code < qint32(FlagBase))
         return false;
     const quint32 c = quint32(code);
-    return c <= FlagEnd || (c >= SequenceBase && c <= SequenceEnd) || (c >= KeycapBase && c <= KeycapEnd)
-        || (c >= LigatureBase && c <= LigatureEnd);
+    return c <= FlagEnd || (c >= SequenceBase && c <= SequenceEnd)
+        || (c >= KeycapBase && c <= KeycapEnd) || (c >= LigatureBase && c <= LigatureEnd);
 }
 
 const quint32 *utf32CharactersForVirtualCharacter(quint32 code)
@@ -398,7 +408,7 @@ QString stringWithUTF32Character(quint32 code)
 
 QString emojiStringWithSkinColor(const QString &s, qint32 skinColor)
 {
-    static const quint32 modifiers[] = {0, 0x1F3FB, 0x1F3FB, 0x1F3FC, 0x1F3FD, 0x1F3FE, 0x1F3FF};
+    static const quint32 modifiers[] = { 0, 0x1F3FB, 0x1F3FB, 0x1F3FC, 0x1F3FD, 0x1F3FE, 0x1F3FF };
     const quint32 wanted = skinColor >= 1 && skinColor <= 6 ? modifiers[skinColor] : 0;
     if (s.isEmpty())
         return s;
@@ -418,7 +428,8 @@ QString emojiStringWithSkinColor(const QString &s, qint32 skinColor)
         head = s.left(at);
         tail = s.mid(at + 2);
     } else {
-        const qsizetype first = s.size() >= 2 && s.at(0).isHighSurrogate() && s.at(1).isLowSurrogate() ? 2 : 1;
+        const qsizetype first
+            = s.size() >= 2 && s.at(0).isHighSurrogate() && s.at(1).isLowSurrogate() ? 2 : 1;
         head = s.left(first);
         tail = s.mid(first);
         if (tail.startsWith(QStringView(u"\uFE0F\u200D")))
@@ -467,7 +478,8 @@ QString objCStringWithString(const QString &s)
 
 QString MD5String(const QString &s)
 {
-    return QString::fromLatin1(QCryptographicHash::hash(s.toUtf8(), QCryptographicHash::Md5).toHex());
+    return QString::fromLatin1(
+        QCryptographicHash::hash(s.toUtf8(), QCryptographicHash::Md5).toHex());
 }
 
 QString xmlElementForKey(const QString &s, const QString &key)

@@ -119,7 +119,8 @@ int numericCompare(const QString &s, const QString &other)
 
 int caseInsensitiveNumericCompare(const QString &s, const QString &other)
 {
-    return VXStringCompare::compare(s, other, VXStringCompare::Numeric | VXStringCompare::CaseInsensitive);
+    return VXStringCompare::compare(
+        s, other, VXStringCompare::Numeric | VXStringCompare::CaseInsensitive);
 }
 
 int casdInsensitiveNumericCompare(const QString &s, const QString &other)
@@ -164,7 +165,8 @@ static bool isWhitespaceOrNewline(QChar c)
     if ((u >= 9 && u <= 13) || u == 0x85)
         return true;
     const auto cat = c.category();
-    return cat == QChar::Separator_Space || cat == QChar::Separator_Line || cat == QChar::Separator_Paragraph;
+    return cat == QChar::Separator_Space || cat == QChar::Separator_Line
+        || cat == QChar::Separator_Paragraph;
 }
 
 QString trimWhitespace(const QString &s)
@@ -231,7 +233,8 @@ QString withLineSeparator(const QString &s, const QString &separator)
     qsizetype total = 0;
     // Fixed order, kept with its consequence: with "\r\n" the first pass is
     // skipped and each "\r\n" ends up as "\r\r\n\r\n". Intended.
-    for (const QString &from : {QStringLiteral("\r\n"), QStringLiteral("\r"), QStringLiteral("\n")}) {
+    for (const QString &from :
+        { QStringLiteral("\r\n"), QStringLiteral("\r"), QStringLiteral("\n") }) {
         if (sep == from)
             continue;
         const qsizetype n = work.count(from);
@@ -373,7 +376,8 @@ bool expandEscapedControlCharactersIncludingBackslash(QString &s, bool backslash
     return changed;
 }
 
-QString stringByExpandingEscapedControlCharactersIncludingBackslash(const QString &s, bool backslash)
+QString stringByExpandingEscapedControlCharactersIncludingBackslash(
+    const QString &s, bool backslash)
 {
     QString work = s;
     if (!expandEscapedControlCharactersIncludingBackslash(work, backslash))

@@ -5,7 +5,6 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
-
 #include <functional>
 
 // Small exact text operations on QString. Characters are UTF-16 code units;
@@ -44,7 +43,8 @@ QString stringByEscapingCharacters(const QString &s, const QString &characters);
 const QString &defaultEscapeSet();
 QString stringByExpandingEscapedCharacters(const QString &s, const QString &characters);
 QString stringByExpandingEscapedControlCharacters(const QString &s);
-QString stringByExpandingEscapedControlCharactersIncludingBackslash(const QString &s, bool backslash);
+QString stringByExpandingEscapedControlCharactersIncludingBackslash(
+    const QString &s, bool backslash);
 bool expandEscapedControlCharactersIncludingBackslash(QString &s, bool backslash);
 
 // Encodings, numbered as the platform numbers them.
@@ -104,8 +104,8 @@ QString xmlElementForKey(const QString &s, const QString &key);
 bool appendToFile(const QString &s, const QString &path, quint32 encoding);
 
 // Regular expressions
-QString stringByReplacingOccurrencesOfRegexPattern(const QString &s, const QString &pattern,
-                                                   const QString &templ);
+QString stringByReplacingOccurrencesOfRegexPattern(
+    const QString &s, const QString &pattern, const QString &templ);
 void replaceOccurrencesOfRegexPattern(QString &s, const QString &pattern, const QString &templ);
 
 } // namespace StringExtensions

@@ -10,18 +10,17 @@
 #include "stringextensions_p.h"
 
 #include <QHash>
-
-#include <xcb/xcb.h>
+#include <cerrno>
 #include <iconv.h>
+#include <xcb/xcb.h>
 #include <xkbcommon/xkbcommon-x11.h>
 #include <xkbcommon/xkbcommon.h>
-
-#include <cerrno>
 
 namespace StringExtensions {
 
 namespace {
-struct Charset {
+struct Charset
+{
     quint32 encoding;
     const char *iconvName;
     std::initializer_list<const char *> names;
@@ -30,33 +29,33 @@ struct Charset {
 // Numbers as the platform numbers them (0x80000000 | the Core Foundation
 // number for those without a classic number).
 const Charset charsets[] = {
-    {UTF8Encoding, "UTF-8", {"utf-8", "utf8"}},
-    {ISOLatin1Encoding, "ISO-8859-1", {"iso-8859-1", "latin1", "iso_8859-1", "l1"}},
-    {UnicodeEncoding, "UTF-16", {"utf-16", "iso-10646-ucs-2", "ucs-2"}},
-    {MacOSRomanEncoding, "MACINTOSH", {"macintosh", "x-mac-roman", "mac"}},
-    {UTF16BigEndianEncoding, "UTF-16BE", {"utf-16be"}},
-    {UTF16LittleEndianEncoding, "UTF-16LE", {"utf-16le"}},
-    {UTF32BigEndianEncoding, "UTF-32BE", {"utf-32be"}},
-    {UTF32LittleEndianEncoding, "UTF-32LE", {"utf-32le"}},
-    {1, "ASCII", {"us-ascii", "ascii", "ansi_x3.4-1968"}},
-    {3, "EUC-JP", {"euc-jp"}},
-    {8, "SHIFT_JIS", {"shift_jis", "sjis", "x-sjis"}},
-    {9, "ISO-8859-2", {"iso-8859-2", "latin2"}},
-    {11, "CP1251", {"windows-1251"}},
-    {12, "CP1252", {"windows-1252"}},
-    {13, "CP1253", {"windows-1253"}},
-    {14, "CP1254", {"windows-1254"}},
-    {15, "CP1250", {"windows-1250"}},
-    {21, "ISO-2022-JP", {"iso-2022-jp"}},
-    {0x80000205, "ISO-8859-5", {"iso-8859-5"}},
-    {0x80000207, "ISO-8859-7", {"iso-8859-7"}},
-    {0x80000209, "ISO-8859-9", {"iso-8859-9"}},
-    {0x8000020F, "ISO-8859-15", {"iso-8859-15", "latin-9"}},
-    {0x80000632, "GB18030", {"gb18030"}},
-    {0x80000930, "GBK", {"gbk", "gb2312"}},
-    {0x80000940, "EUC-KR", {"euc-kr"}},
-    {0x80000A02, "KOI8-R", {"koi8-r"}},
-    {0x80000A03, "BIG5", {"big5"}},
+    { UTF8Encoding, "UTF-8", { "utf-8", "utf8" } },
+    { ISOLatin1Encoding, "ISO-8859-1", { "iso-8859-1", "latin1", "iso_8859-1", "l1" } },
+    { UnicodeEncoding, "UTF-16", { "utf-16", "iso-10646-ucs-2", "ucs-2" } },
+    { MacOSRomanEncoding, "MACINTOSH", { "macintosh", "x-mac-roman", "mac" } },
+    { UTF16BigEndianEncoding, "UTF-16BE", { "utf-16be" } },
+    { UTF16LittleEndianEncoding, "UTF-16LE", { "utf-16le" } },
+    { UTF32BigEndianEncoding, "UTF-32BE", { "utf-32be" } },
+    { UTF32LittleEndianEncoding, "UTF-32LE", { "utf-32le" } },
+    { 1, "ASCII", { "us-ascii", "ascii", "ansi_x3.4-1968" } },
+    { 3, "EUC-JP", { "euc-jp" } },
+    { 8, "SHIFT_JIS", { "shift_jis", "sjis", "x-sjis" } },
+    { 9, "ISO-8859-2", { "iso-8859-2", "latin2" } },
+    { 11, "CP1251", { "windows-1251" } },
+    { 12, "CP1252", { "windows-1252" } },
+    { 13, "CP1253", { "windows-1253" } },
+    { 14, "CP1254", { "windows-1254" } },
+    { 15, "CP1250", { "windows-1250" } },
+    { 21, "ISO-2022-JP", { "iso-2022-jp" } },
+    { 0x80000205, "ISO-8859-5", { "iso-8859-5" } },
+    { 0x80000207, "ISO-8859-7", { "iso-8859-7" } },
+    { 0x80000209, "ISO-8859-9", { "iso-8859-9" } },
+    { 0x8000020F, "ISO-8859-15", { "iso-8859-15", "latin-9" } },
+    { 0x80000632, "GB18030", { "gb18030" } },
+    { 0x80000930, "GBK", { "gbk", "gb2312" } },
+    { 0x80000940, "EUC-KR", { "euc-kr" } },
+    { 0x80000A02, "KOI8-R", { "koi8-r" } },
+    { 0x80000A03, "BIG5", { "big5" } },
 };
 } // namespace
 
@@ -104,10 +103,14 @@ QString stringWithVirtualKeyCode(quint16 keyCode, quint32 modifiers)
     }
     QString result = error;
     xkb_context *ctx = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
-    if (ctx && xkb_x11_setup_xkb_extension(conn, XKB_X11_MIN_MAJOR_XKB_VERSION, XKB_X11_MIN_MINOR_XKB_VERSION,
-                                           XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr, nullptr, nullptr, nullptr)) {
+    if (ctx
+        && xkb_x11_setup_xkb_extension(conn, XKB_X11_MIN_MAJOR_XKB_VERSION,
+            XKB_X11_MIN_MINOR_XKB_VERSION, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr, nullptr,
+            nullptr, nullptr)) {
         const int32_t device = xkb_x11_get_core_keyboard_device_id(conn);
-        xkb_keymap *keymap = device >= 0 ? xkb_x11_keymap_new_from_device(ctx, conn, device, XKB_KEYMAP_COMPILE_NO_FLAGS) : nullptr;
+        xkb_keymap *keymap = device >= 0
+            ? xkb_x11_keymap_new_from_device(ctx, conn, device, XKB_KEYMAP_COMPILE_NO_FLAGS)
+            : nullptr;
         if (keymap && xkb_keymap_key_get_name(keymap, keyCode)) {
             xkb_state *state = xkb_state_new(keymap);
             xkb_state_update_mask(state, modifiers, 0, 0, 0, 0, 0);

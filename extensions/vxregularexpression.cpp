@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 #include "vxregularexpression.h"
-#include "stringextensions.h"
 
+#include "stringextensions.h"
 #include "utilities/vxlog.h"
 
 #include <mutex>
@@ -42,8 +42,8 @@ void VXRegularExpression::setLookupForTesting(std::function<const char *()> look
     lookupDone = false;
 }
 
-std::optional<QRegularExpression> VXRegularExpression::regularExpressionWithPattern(const QString &pattern,
-                                                                                   unsigned options, QString *error)
+std::optional<QRegularExpression> VXRegularExpression::regularExpressionWithPattern(
+    const QString &pattern, unsigned options, QString *error)
 {
     if (!regexAvailable())
         return std::nullopt;
@@ -58,7 +58,8 @@ std::optional<QRegularExpression> VXRegularExpression::regularExpressionWithPatt
         qt |= QRegularExpression::MultilineOption;
     if (options & UseUnicodeWordBoundaries)
         qt |= QRegularExpression::UseUnicodePropertiesOption;
-    QRegularExpression re(options & IgnoreMetacharacters ? QRegularExpression::escape(pattern) : pattern, qt);
+    QRegularExpression re(
+        options & IgnoreMetacharacters ? QRegularExpression::escape(pattern) : pattern, qt);
     if (!re.isValid()) {
         if (error)
             *error = QStringLiteral("%1 at offset %2 in \"%3\"")
@@ -70,7 +71,8 @@ std::optional<QRegularExpression> VXRegularExpression::regularExpressionWithPatt
     return re;
 }
 
-QString VXRegularExpression::replace(const QString &text, const QRegularExpression &re, const QString &templ)
+QString VXRegularExpression::replace(
+    const QString &text, const QRegularExpression &re, const QString &templ)
 {
     QString out;
     qsizetype last = 0;
@@ -86,7 +88,7 @@ QString VXRegularExpression::replace(const QString &text, const QRegularExpressi
                 // Take as many digits as still name an existing group.
                 int group = templ.at(++i).digitValue();
                 while (i + 1 < templ.size() && templ.at(i + 1).isDigit()
-                       && group * 10 + templ.at(i + 1).digitValue() <= re.captureCount())
+                    && group * 10 + templ.at(i + 1).digitValue() <= re.captureCount())
                     group = group * 10 + templ.at(++i).digitValue();
                 if (group <= re.captureCount())
                     out += m.captured(group);
@@ -102,18 +104,20 @@ QString VXRegularExpression::replace(const QString &text, const QRegularExpressi
 
 namespace StringExtensions {
 
-static bool compile(const QString &pattern, bool &notAvailableLogged, std::optional<QRegularExpression> &re)
+static bool compile(
+    const QString &pattern, bool &notAvailableLogged, std::optional<QRegularExpression> &re)
 {
     if (!VXRegularExpression::regexAvailable()) {
         if (!notAvailableLogged) {
             notAvailableLogged = true;
-            vxLog(QStringLiteral("Regular expressions are not available (require OS X 10.7 or newer)."));
+            vxLog(QStringLiteral(
+                "Regular expressions are not available (require OS X 10.7 or newer)."));
         }
         return false;
     }
     QString error;
-    re = VXRegularExpression::regularExpressionWithPattern(pattern, VXRegularExpression::UseUnicodeWordBoundaries,
-                                                           &error);
+    re = VXRegularExpression::regularExpressionWithPattern(
+        pattern, VXRegularExpression::UseUnicodeWordBoundaries, &error);
     if (!re) {
         vxLog(QStringLiteral("Regular expression error: %@"), error);
         return false;
@@ -121,7 +125,8 @@ static bool compile(const QString &pattern, bool &notAvailableLogged, std::optio
     return true;
 }
 
-QString stringByReplacingOccurrencesOfRegexPattern(const QString &s, const QString &pattern, const QString &templ)
+QString stringByReplacingOccurrencesOfRegexPattern(
+    const QString &s, const QString &pattern, const QString &templ)
 {
     static bool logged = false;
     std::optional<QRegularExpression> re;

@@ -4,7 +4,6 @@
 
 #include <QRegularExpression>
 #include <QString>
-
 #include <functional>
 #include <optional>
 
@@ -32,8 +31,8 @@ public:
     static bool regexAvailable();
     // Null optional on a bad pattern (with *error set) or without an engine
     // (with *error untouched).
-    static std::optional<QRegularExpression> regularExpressionWithPattern(const QString &pattern, unsigned options,
-                                                                          QString *error);
+    static std::optional<QRegularExpression> regularExpressionWithPattern(
+        const QString &pattern, unsigned options, QString *error);
 
     // Replaces every match with a template in which "$n" names group n and
     // a backslash takes the next character literally.
