@@ -71,6 +71,8 @@ quint32 explicitEncodingOfFile(const QString &path, quint32 defaultEncoding);
 float reasonableTextFactor(const QString &s, const QString &label);
 QString stringWithBestEncodingFromFile(const QString &path);
 QString stringWithHTML(const QByteArray &data);
+// Plain text of an HTML fragment: markup dropped, references expanded.
+QString stringByExpandingHTMLEntities(const QString &s);
 QString stringWithPercentEscapes(const QString &s);
 QString stringWithExpandedPercentEscapes(const QString &s);
 

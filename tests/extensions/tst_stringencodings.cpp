@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "extensions/stringextensions.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -25,6 +27,9 @@ private slots:
     void htmlDeclaredCharset();
     void percentEscapesAgreeWithQUrl();
     void md5AgreesWithPython();
+    void htmlEntitiesAgreeWithPython();
+    void htmlImportDropsMarkup_data();
+    void htmlImportDropsMarkup();
     void codePoints_data();
     void codePoints();
     void forUTF32SkipsUnitAfterLoneHighSurrogate();
@@ -197,6 +202,55 @@ void tst_StringEncodings::md5AgreesWithPython()
     QCOMPARE(digests.size(), inputs.size());
     for (int i = 0; i < inputs.size(); ++i)
         QCOMPARE(MD5String(inputs.at(i)), digests.at(i));
+}
+
+void tst_StringEncodings::htmlEntitiesAgreeWithPython()
+{
+    // Python's html module carries its own copy of the standard's full list
+    // of named references and an independent tokenizer.
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+        { QStringLiteral("-c"),
+            QStringLiteral("import html, html.entities, json\n"
+                           "names = sorted(html.entities.html5)\n"
+                           "cases = ['x&' + n + 'y' for n in names] + ['&' + n for n in names]\n"
+                           "print(json.dumps([[c, html.unescape(c)] for c in cases]))") });
+    QVERIFY(python.waitForFinished());
+    const QJsonArray cases = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    QCOMPARE(cases.size(), 2 * 2231);
+    int checked = 0;
+    for (const QJsonValue &v : cases) {
+        const QString input = v.toArray().at(0).toString();
+        QString expected = v.toArray().at(1).toString();
+        // White space produced by a reference (&Tab;, &NewLine;) is text, not layout.
+        QCOMPARE(stringByExpandingHTMLEntities(input), expected);
+        ++checked;
+    }
+    QCOMPARE(checked, 2 * 2231);
+}
+
+void tst_StringEncodings::htmlImportDropsMarkup_data()
+{
+    QTest::addColumn<QString>("html");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("tags dropped") << "<b>bold</b> &amp; <i>it</i>"
+                                  << "bold & it";
+    QTest::newRow("white space collapsed") << "a \n\t b"
+                                           << "a b";
+    QTest::newRow("line break") << "a<br>b"
+                                << "a\nb";
+    QTest::newRow("numeric") << "&#65;&#x1F600;&#0;" << QStringLiteral("A\U0001F600\uFFFD");
+    QTest::newRow("unknown kept") << "&nosuch; a < b"
+                                  << "&nosuch; a < b";
+    QTest::newRow("unfinished tag") << "a<b"
+                                    << "a";
+}
+
+void tst_StringEncodings::htmlImportDropsMarkup()
+{
+    QFETCH(QString, html);
+    QFETCH(QString, text);
+    QCOMPARE(stringByExpandingHTMLEntities(html), text);
 }
 
 void tst_StringEncodings::codePoints_data()
