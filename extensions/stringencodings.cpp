@@ -276,6 +276,8 @@ int numberOfUnicodeCharacters(const QString &s)
 
 quint32 longCharacterAtIndex(const QString &s, int index)
 {
+    if (index < 0 || index >= s.size())
+        return 0; // out of range: no character
     const QChar c = s.at(index);
     if (c.isHighSurrogate() && index + 1 < s.size() && s.at(index + 1).isLowSurrogate())
         return QChar::surrogateToUcs4(c, s.at(index + 1));
@@ -506,8 +508,10 @@ bool appendToFile(const QString &s, const QString &path, quint32 encoding)
         if (!file.open(QIODevice::ReadWrite))
             return false;
     }
-    const QByteArray bytes = encode(s, encoding);
-    const bool ok = file.seek(file.size()) && file.write(bytes) == bytes.size();
+    bool encoded = false;
+    const QByteArray bytes = encode(s, encoding, &encoded);
+    // Text the encoding cannot hold fails like a failed write: nothing lands.
+    const bool ok = encoded && file.seek(file.size()) && file.write(bytes) == bytes.size();
     file.close();
     return ok;
 }

@@ -17,10 +17,13 @@ targets="fuzz_stringwithhtml fuzz_escapes fuzz_codepoints"
 # shellcheck disable=SC2086
 ninja -C "$build" -j2 $targets
 
-export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
-export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 status=0
 for t in $targets; do
+    # fuzz_stringwithhtml silences standard error (the log lines), so the
+    # sanitizers write their reports to files of their own.
+    rm -f "$build/$t.sanitizer".*
+    export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:log_path=$build/$t.sanitizer"
+    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:log_path=$build/$t.sanitizer"
     corpus="$build/corpus/$t"
     mkdir -p "$corpus"
     echo "== $t for ${seconds}s"
@@ -28,6 +31,11 @@ for t in $targets; do
         -artifact_prefix="$build/$t-" "$corpus" >"$build/$t.log" 2>&1; then
         echo "$t: report, see $build/$t.log"
         tail -n 40 "$build/$t.log"
+        status=1
+    fi
+    if ls "$build/$t.sanitizer".* >/dev/null 2>&1; then
+        echo "$t: sanitizer report:"
+        cat "$build/$t.sanitizer".*
         status=1
     fi
 done

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "extensions/stringextensions.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
@@ -453,6 +454,8 @@ void tst_StringEncodings::appendToFileCreatesAndAppends()
     QFile f(path);
     QVERIFY(f.open(QIODevice::ReadOnly));
     QCOMPARE(f.readAll(), QByteArray("h\xC3\xA9!"));
+    QVERIFY(!appendToFile(QStringLiteral("\u0416"), path, ISOLatin1Encoding));
+    QCOMPARE(QFileInfo(path).size(), 4);
     QVERIFY(!appendToFile(
         QStringLiteral("x"), m_dir.filePath(QStringLiteral("no/such/dir/f")), UTF8Encoding));
 }
