@@ -254,8 +254,8 @@ QString stringWithPercentEscapes(const QString &s)
 {
     const QString expanded = stringWithExpandedPercentEscapes(s);
     // The legacy escaping leaves the URL-legal ASCII set alone (RFC 2396
-    // reserved and unreserved characters plus "#" and "%").
-    static const QByteArray keep = QByteArrayLiteral("!$&'()*+,-./:;=?@_~#[]");
+    // reserved and unreserved characters plus "#"; a "%" left after expanding is escaped).
+    static const QByteArray keep = QByteArrayLiteral("!$&'()*+,-./:;=?@_~#");
     const QByteArray escaped = expanded.toUtf8().toPercentEncoding(keep);
     QString result = QString::fromLatin1(escaped);
     result.replace(QStringLiteral("%23"), QStringLiteral("#"));
