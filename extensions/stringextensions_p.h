@@ -1,0 +1,13 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// What a platform provides to StringExtensions.
+namespace StringExtensions {
+// Decodes in an encoding Qt's own converters do not cover; a null QString
+// when the bytes are invalid or the encoding is unknown.
+QString platformDecode(const QByteArray &bytes, quint32 encoding);
+} // namespace StringExtensions

@@ -1,0 +1,479 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#include "extensions/stringextensions.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+
+using namespace StringExtensions;
+
+class tst_StringEncodings : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void byteOrderMarkNamesEncoding_data();
+    void byteOrderMarkNamesEncoding();
+    void bestEncodingPicksMostTextLike_data();
+    void bestEncodingPicksMostTextLike();
+    void reasonableTextFactorScores_data();
+    void reasonableTextFactorScores();
+    void htmlDeclaredCharset_data();
+    void htmlDeclaredCharset();
+    void percentEscapesAgreeWithQUrl();
+    void md5AgreesWithPython();
+    void htmlEntitiesAgreeWithPython();
+    void htmlImportDropsMarkup_data();
+    void htmlImportDropsMarkup();
+    void codePoints_data();
+    void codePoints();
+    void forUTF32SkipsUnitAfterLoneHighSurrogate();
+    void virtualCharacters_data();
+    void virtualCharacters();
+    void emojiTableMatchesUnicodeData();
+    void ligatures();
+    void skinColor_data();
+    void skinColor();
+    void objCStringPassOrder_data();
+    void objCStringPassOrder();
+    void xmlElement_data();
+    void xmlElement();
+    void appendToFileCreatesAndAppends();
+    void macRomanAndOSType();
+    void keyNameFromCurrentLayout();
+
+private:
+    QString writeFile(const QByteArray &bytes);
+    QTemporaryDir m_dir;
+    int m_files = 0;
+};
+
+void tst_StringEncodings::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+}
+
+QString tst_StringEncodings::writeFile(const QByteArray &bytes)
+{
+    const QString path = m_dir.filePath(QString::number(++m_files));
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
+        qFatal("cannot write %s", qPrintable(path));
+    return path;
+}
+
+void tst_StringEncodings::byteOrderMarkNamesEncoding_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<quint32>("encoding");
+    QTest::newRow("UTF-32 LE") << QByteArray("\xFF\xFE\0\0", 4)
+                               << quint32(UTF32LittleEndianEncoding);
+    QTest::newRow("UTF-32 BE") << QByteArray("\0\0\xFE\xFF", 4) << quint32(UTF32BigEndianEncoding);
+    QTest::newRow("UTF-16 LE") << QByteArray("\xFF\xFE\x41\0", 4)
+                               << quint32(UTF16LittleEndianEncoding);
+    QTest::newRow("UTF-16 BE") << QByteArray("\xFE\xFF\0A", 4) << quint32(UTF16BigEndianEncoding);
+    QTest::newRow("UTF-8") << QByteArray("\xEF\xBB\xBF\x41") << quint32(UTF8Encoding);
+    QTest::newRow("short file") << QByteArray("\xFF") << quint32(77);
+    QTest::newRow("none") << QByteArray("abcd") << quint32(77);
+}
+
+void tst_StringEncodings::byteOrderMarkNamesEncoding()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(quint32, encoding);
+    QCOMPARE(explicitEncodingOfFile(writeFile(bytes), 77), encoding);
+    QCOMPARE(explicitEncodingOfFile(m_dir.filePath(QStringLiteral("missing")), 77), quint32(77));
+}
+
+void tst_StringEncodings::bestEncodingPicksMostTextLike_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("UTF-8 with mark")
+        << QByteArray("\xEF\xBB\xBFh\xC3\xA9") << QStringLiteral("h\u00E9");
+    QTest::newRow("UTF-16 LE mark") << QByteArray("\xFF\xFEh\0i\0", 6) << QStringLiteral("hi");
+    // Even-length ASCII read as "Unicode" is all CJK letters: a tie, and the
+    // earlier encoding in the trial wins.
+    QTest::newRow("even ASCII ties to Unicode")
+        << QByteArray("hello world!") << QStringLiteral("\u6865\u6C6C\u6F20\u776F\u726C\u6421");
+    QTest::newRow("odd ASCII") << QByteArray("hello") << QStringLiteral("hello");
+    QTest::newRow("UTF-16 BE no mark") << QByteArray("\0h\0i", 4) << QStringLiteral("hi");
+}
+
+void tst_StringEncodings::bestEncodingPicksMostTextLike()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, expected);
+    QCOMPARE(stringWithBestEncodingFromFile(writeFile(bytes)), expected);
+    QVERIFY(stringWithBestEncodingFromFile(m_dir.filePath(QStringLiteral("missing"))).isNull());
+}
+
+void tst_StringEncodings::reasonableTextFactorScores_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<float>("score");
+    QTest::newRow("ab c") << "ab c" << 1.0f;
+    QTest::newRow("one NUL in four letters") << QString::fromLatin1("ab\0cd", 5) << 0.6f;
+    QTest::newRow("first 1000 only") << QString(1000, u'a') + QString(1000, QChar(1)) << 1.0f;
+    QTest::newRow("unassigned costs 10") << QStringLiteral("a\u0378") << -4.5f;
+    QTest::newRow("surrogates count for nothing") << QStringLiteral("a\U0001F600") << (1.0f / 3.0f);
+}
+
+void tst_StringEncodings::reasonableTextFactorScores()
+{
+    QFETCH(QString, text);
+    QFETCH(float, score);
+    QCOMPARE(reasonableTextFactor(text, QStringLiteral("ignored")), score);
+    QVERIFY(qIsNaN(reasonableTextFactor(QString(), QString())));
+}
+
+void tst_StringEncodings::htmlDeclaredCharset_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("utf-8 declared") << QByteArray("<html><meta charset=utf-8>\xC3\xA9")
+                                    << QStringLiteral("<html><meta charset=utf-8>\u00E9");
+    QTest::newRow("quoted name stays Latin 1")
+        << QByteArray("<html><meta charset=\"utf-8\">\xC3\xA9")
+        << QStringLiteral("<html><meta charset=\"utf-8\">\u00C3\u00A9");
+    QTest::newRow("iconv charset") << QByteArray("<HTML><META CHARSET = windows-1251>\xC0")
+                                   << QStringLiteral("<HTML><META CHARSET = windows-1251>\u0410");
+    QTest::newRow("no meta") << QByteArray("<html>\xE9") << QStringLiteral("<html>\u00E9");
+    QTest::newRow("UTF-16 html") << QByteArray("\0h\0t\0m\0l", 8) << QStringLiteral("html");
+    QTest::newRow("no html at all") << QByteArray("plain\xE9") << QStringLiteral("plain\u00E9");
+}
+
+void tst_StringEncodings::htmlDeclaredCharset()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(QString, expected);
+    QCOMPARE(stringWithHTML(data), expected);
+}
+
+void tst_StringEncodings::percentEscapesAgreeWithQUrl()
+{
+    QRandomGenerator rng(7);
+    for (int i = 0; i < 2000; ++i) {
+        QString s;
+        const int n = int(rng.bounded(12));
+        for (int k = 0; k < n; ++k)
+            s += QChar(
+                char16_t(rng.bounded(2) ? rng.bounded(0x20, 0x7F) : rng.bounded(0xA0, 0x3000)));
+        const QString escaped = stringWithPercentEscapes(s);
+        QVERIFY(std::all_of(escaped.begin(), escaped.end(),
+            [](QChar c) { return c.unicode() > 32 && c.unicode() < 127; }));
+        QCOMPARE(
+            QUrl::fromPercentEncoding(escaped.toLatin1()), stringWithExpandedPercentEscapes(s));
+        const QByteArray qt = QUrl::toPercentEncoding(s);
+        QCOMPARE(stringWithExpandedPercentEscapes(QString::fromLatin1(qt)), s);
+    }
+    QCOMPARE(stringWithExpandedPercentEscapes(QStringLiteral("100%")), QStringLiteral("100%"));
+    QCOMPARE(stringWithPercentEscapes(QStringLiteral("a b#c%20d")), QStringLiteral("a%20b#c%20d"));
+}
+
+void tst_StringEncodings::md5AgreesWithPython()
+{
+    QStringList inputs = { QString(), QStringLiteral("a"), QStringLiteral("The quick brown fox"),
+        QStringLiteral("\u00E9\U0001F600"), QString(200, u'x') };
+    QRandomGenerator rng(3);
+    for (int i = 0; i < 200; ++i) {
+        QString s;
+        for (int k = int(rng.bounded(80)); k > 0; --k)
+            s += QChar(char16_t(rng.bounded(0x20, 0xD7FF)));
+        inputs << s;
+    }
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+        { QStringLiteral("-c"),
+            QStringLiteral("import sys,hashlib\n"
+                           "for l in sys.stdin.buffer.read().split(b'\\0'): "
+                           "print(hashlib.md5(l).hexdigest())") });
+    QVERIFY(python.waitForStarted());
+    python.write(inputs.join(QChar(0)).toUtf8());
+    python.closeWriteChannel();
+    QVERIFY(python.waitForFinished());
+    const QStringList digests
+        = QString::fromLatin1(python.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(digests.size(), inputs.size());
+    for (int i = 0; i < inputs.size(); ++i)
+        QCOMPARE(MD5String(inputs.at(i)), digests.at(i));
+}
+
+void tst_StringEncodings::htmlEntitiesAgreeWithPython()
+{
+    // Python's html module carries its own copy of the standard's full list
+    // of named references and an independent tokenizer.
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+        { QStringLiteral("-c"),
+            QStringLiteral("import html, html.entities, json\n"
+                           "names = sorted(html.entities.html5)\n"
+                           "cases = ['x&' + n + 'y' for n in names] + ['&' + n for n in names]\n"
+                           "print(json.dumps([[c, html.unescape(c)] for c in cases]))") });
+    QVERIFY(python.waitForFinished());
+    const QJsonArray cases = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    QCOMPARE(cases.size(), 2 * 2231);
+    int checked = 0;
+    for (const QJsonValue &v : cases) {
+        const QString input = v.toArray().at(0).toString();
+        QString expected = v.toArray().at(1).toString();
+        // White space produced by a reference (&Tab;, &NewLine;) is text, not layout.
+        QCOMPARE(stringByExpandingHTMLEntities(input), expected);
+        ++checked;
+    }
+    QCOMPARE(checked, 2 * 2231);
+}
+
+void tst_StringEncodings::htmlImportDropsMarkup_data()
+{
+    QTest::addColumn<QString>("html");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("tags dropped") << "<b>bold</b> &amp; <i>it</i>"
+                                  << "bold & it";
+    QTest::newRow("white space collapsed") << "a \n\t b"
+                                           << "a b";
+    QTest::newRow("line break") << "a<br>b"
+                                << "a\nb";
+    QTest::newRow("numeric") << "&#65;&#x1F600;&#0;" << QStringLiteral("A\U0001F600\uFFFD");
+    QTest::newRow("unknown kept") << "&nosuch; a < b"
+                                  << "&nosuch; a < b";
+    QTest::newRow("unfinished tag") << "a<b"
+                                    << "a";
+}
+
+void tst_StringEncodings::htmlImportDropsMarkup()
+{
+    QFETCH(QString, html);
+    QFETCH(QString, text);
+    QCOMPARE(stringByExpandingHTMLEntities(html), text);
+}
+
+void tst_StringEncodings::codePoints_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<QString>("utf16");
+    QTest::addColumn<QString>("utf32");
+    QTest::addColumn<quint32>("single");
+    QTest::newRow("empty") << QString() << 0 << ""
+                           << "" << 0u;
+    QTest::newRow("flag is two") << QStringLiteral("\U0001F1E9\U0001F1EA") << 2
+                                 << "D83C,DDE9,D83C,DDEA"
+                                 << "1F1E9,1F1EA" << 0u;
+    QTest::newRow("one astral") << QStringLiteral("\U0010FFFF") << 1 << "DBFF,DFFF"
+                                << "10FFFF" << 0x10FFFFu;
+    QTest::newRow("lone low kept") << QString(QChar(0xDC00)) << 1 << "DC00"
+                                   << "DC00" << 0xDC00u;
+    QTest::newRow("trailing high dropped")
+        << QStringLiteral("a") + QChar(0xD800) << 2 << "0061,D800"
+        << "0061" << 0u;
+}
+
+void tst_StringEncodings::codePoints()
+{
+    QFETCH(QString, text);
+    QFETCH(int, count);
+    QFETCH(QString, utf16);
+    QFETCH(QString, utf32);
+    QFETCH(quint32, single);
+    QCOMPARE(numberOfUnicodeCharacters(text), count);
+    QCOMPARE(UTF16SequenceString(text), utf16);
+    QCOMPARE(UTF32SequenceString(text), utf32);
+    QCOMPARE(UTF32Character(text), single);
+}
+
+void tst_StringEncodings::forUTF32SkipsUnitAfterLoneHighSurrogate()
+{
+    QString s;
+    s += QChar(0xD800);
+    s += u'x'; // dropped together with the lone high surrogate, as defined
+    s += u'y';
+    QList<quint32> seen;
+    forUTF32Characters(s, [&](quint32 c) { seen << c; });
+    QCOMPARE(seen, QList<quint32> { u'y' });
+}
+
+void tst_StringEncodings::virtualCharacters_data()
+{
+    QTest::addColumn<qint32>("code");
+    QTest::addColumn<bool>("isVirtual");
+    QTest::addColumn<QString>("string");
+    QTest::newRow("negative") << -1 << false << QString();
+    QTest::newRow("below range") << 0x9FFFF << false << QStringLiteral("\U0009FFFF");
+    QTest::newRow("flag EE") << 0xA0000 + 26 * 4 + 4 << true
+                             << QStringLiteral("\U0001F1EA\U0001F1EA");
+    QTest::newRow("flag ZZ") << 0xA02A3 << true << QStringLiteral("\U0001F1FF\U0001F1FF");
+    QTest::newRow("gap after flags") << 0xA02A4 << false << QStringLiteral("\U000A02A4");
+    QTest::newRow("first sequence")
+        << 0xA0300 << true << QStringLiteral("\U0001F636\u200D\U0001F32B\uFE0F");
+    QTest::newRow("pirate flag") << 0xA03DE << true
+                                 << QStringLiteral("\U0001F3F4\u200D\u2620\uFE0F");
+    QTest::newRow("reserved code") << 0xA03D9 << true << QStringLiteral("\U000A03D9");
+    QTest::newRow("keycap hash") << 0xA1000 << true << QStringLiteral("#\u20E3");
+    QTest::newRow("keycap nine") << 0xA100B << true << QStringLiteral("9\u20E3");
+    QTest::newRow("zero") << 0 << false << QString(QChar(0));
+}
+
+void tst_StringEncodings::virtualCharacters()
+{
+    QFETCH(qint32, code);
+    QFETCH(bool, isVirtual);
+    QFETCH(QString, string);
+    QCOMPARE(isVirtualCharacter(code), isVirtual);
+    if (code >= 0)
+        QCOMPARE(stringWithUTF32Character(quint32(code)), string);
+}
+
+void tst_StringEncodings::emojiTableMatchesUnicodeData()
+{
+    // The frozen table's rows are the Unicode data's fully-qualified ZWJ
+    // sequences without skin tones, in file order, around three reserved codes.
+    QFile f(QStringLiteral("/usr/share/unicode/emoji/emoji-test.txt"));
+    if (!f.open(QIODevice::ReadOnly))
+        QSKIP("unicode-data is not installed");
+    QList<QList<quint32>> rows;
+    while (!f.atEnd()) {
+        const QString line = QString::fromUtf8(f.readLine());
+        if (!line.contains(u"; fully-qualified") || !line.contains(u" 200D"))
+            continue;
+        QList<quint32> row;
+        for (const QString &hex : line.section(u';', 0, 0).split(u' ', Qt::SkipEmptyParts))
+            row << hex.toUInt(nullptr, 16);
+        if (std::any_of(
+                row.begin(), row.end(), [](quint32 c) { return c >= 0x1F3FB && c <= 0x1F3FF; }))
+            continue;
+        rows << row;
+    }
+    QCOMPARE(rows.size(), 220);
+    for (int i = 0; i < 223; ++i) {
+        const quint32 *got = utf32CharactersForVirtualCharacter(0xA0300 + i);
+        if (i >= 217 && i < 220) {
+            QVERIFY(!got);
+            continue;
+        }
+        const QList<quint32> &want = rows.at(i < 217 ? i : i - 3);
+        QVERIFY(got);
+        QList<quint32> have;
+        for (int k = 0; got[k]; ++k)
+            have << got[k];
+        QCOMPARE(have, want);
+    }
+}
+
+void tst_StringEncodings::ligatures()
+{
+    defineLigatures({ QStringLiteral("ffi"), QStringLiteral("st") });
+    const QString st = stringWithUTF32Character(0xB0001);
+    QCOMPARE(st, QStringLiteral("st"));
+    QCOMPARE(stringWithUTF32Character(0xB0002), QStringLiteral("\U000B0002"));
+    QVERIFY(isVirtualCharacter(0xBFFFE));
+    QVERIFY(!utf32CharactersForVirtualCharacter(0xB0000));
+    defineLigatures({});
+    QCOMPARE(stringWithUTF32Character(0xB0000), QStringLiteral("\U000B0000"));
+}
+
+void tst_StringEncodings::skinColor_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("color");
+    QTest::addColumn<QString>("expected");
+    const QString hand = QStringLiteral("\U0001F44B");
+    QTest::newRow("add tone 3") << hand << 3 << hand + QStringLiteral("\U0001F3FC");
+    QTest::newRow("remove leaves NUL")
+        << hand + QStringLiteral("\U0001F3FC") << 0 << hand + QChar(0);
+    QTest::newRow("replace tone") << hand + QStringLiteral("\U0001F3FB") << 6
+                                  << hand + QStringLiteral("\U0001F3FF");
+    QTest::newRow("drops FE0F before ZWJ") << QStringLiteral("\u26F9\uFE0F\u200D\u2642\uFE0F") << 1
+                                           << QStringLiteral("\u26F9\U0001F3FB\u200D\u2642\uFE0F");
+    QTest::newRow("bare modifier not looked at")
+        << QStringLiteral("\U0001F3FB") << 0 << QStringLiteral("\U0001F3FB");
+    QTest::newRow("empty") << QString() << 2 << QString();
+}
+
+void tst_StringEncodings::skinColor()
+{
+    QFETCH(QString, text);
+    QFETCH(int, color);
+    QFETCH(QString, expected);
+    QCOMPARE(emojiStringWithSkinColor(text, color), expected);
+}
+
+void tst_StringEncodings::objCStringPassOrder_data()
+{
+    QTest::addColumn<QString>("literal");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("short") << "@\""
+                           << "";
+    QTest::newRow("quote") << "@\"a\\\"b\""
+                           << "a\"b";
+    QTest::newRow("escaped backslash before n") << "@\"a\\\\nb\""
+                                                << "a\nb";
+    QTest::newRow("tab") << "@\"\\t\""
+                         << "\t";
+}
+
+void tst_StringEncodings::objCStringPassOrder()
+{
+    QFETCH(QString, literal);
+    QFETCH(QString, expected);
+    QCOMPARE(stringWithObjCString(literal), expected);
+}
+
+void tst_StringEncodings::xmlElement_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("first wins") << "x<a>1</a><a>2</a>"
+                                << "1";
+    QTest::newRow("unclosed") << "x<a>1" << QString();
+    QTest::newRow("absent") << "<b>1</b>" << QString();
+    QTest::newRow("entities kept") << "<a> &amp; </a>"
+                                   << " &amp; ";
+}
+
+void tst_StringEncodings::xmlElement()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, expected);
+    const QString got = xmlElementForKey(text, QStringLiteral("a"));
+    QCOMPARE(got, expected);
+    QCOMPARE(got.isNull(), expected.isNull());
+}
+
+void tst_StringEncodings::appendToFileCreatesAndAppends()
+{
+    const QString path = m_dir.filePath(QStringLiteral("log.txt"));
+    QVERIFY(appendToFile(QStringLiteral("h\u00E9"), path, UTF8Encoding));
+    QVERIFY(appendToFile(QStringLiteral("!"), path, UTF8Encoding));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), QByteArray("h\xC3\xA9!"));
+    QVERIFY(!appendToFile(QStringLiteral("\u0416"), path, ISOLatin1Encoding));
+    QCOMPARE(QFileInfo(path).size(), 4);
+    QVERIFY(!appendToFile(
+        QStringLiteral("x"), m_dir.filePath(QStringLiteral("no/such/dir/f")), UTF8Encoding));
+}
+
+void tst_StringEncodings::macRomanAndOSType()
+{
+    QCOMPARE(stringWithMacRomanCString("caf\x8E"), QStringLiteral("caf\u00E9"));
+    QCOMPARE(stringWithMacRomanCString("abc", 2), QStringLiteral("ab"));
+    QCOMPARE(stringWithOSType(0x53696E53), QStringLiteral("SinS"));
+}
+
+void tst_StringEncodings::keyNameFromCurrentLayout()
+{
+    // Runs under a private X server with its default keymap: keycode 38 is "a".
+    QCOMPARE(stringWithVirtualKeyCode(38, 0), QStringLiteral("a"));
+    qunsetenv("DISPLAY");
+    QCOMPARE(stringWithVirtualKeyCode(38, 0), QStringLiteral("<ERR>"));
+}
+
+QTEST_GUILESS_MAIN(tst_StringEncodings)
+#include "tst_stringencodings.moc"
