@@ -5,20 +5,17 @@
 // writable, else the helper "train" as root through the elevation command
 // (pkexec; polkit asks for the password). Runs on the installation thread.
 #include "installerwincontroller.h"
-
-#include "productcopy.h"
-#include "workspace.h"
-
 #include "process/vxprocess.h"
+#include "productcopy.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxlog.h"
 #include "utilities/vxuserdefaults.h"
+#include "workspace.h"
 
 #include <QApplication>
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
-
 #include <unistd.h>
 
 namespace {
@@ -91,8 +88,9 @@ QString InstallerWinController::installMyselfInDestination()
     const QString destination = argument(QStringLiteral("destinationPath"));
     const QString wrapper = argument(QStringLiteral("wrapperPath"));
     const bool writable = canWriteToPath(destination);
-    setCurrentInstallationLabel(vxFormat(QStringLiteral("%@ %@"), m_arguments.value(QStringLiteral("productName")),
-                                         m_arguments.value(QStringLiteral("version"))));
+    setCurrentInstallationLabel(
+        vxFormat(QStringLiteral("%@ %@"), m_arguments.value(QStringLiteral("productName")),
+            m_arguments.value(QStringLiteral("version"))));
 
     bool privileged = !writable;
     if (optionKeyHeld()) {
@@ -102,7 +100,8 @@ QString InstallerWinController::installMyselfInDestination()
     if (!privileged) {
         const int status = ProductCopy::installProductCopy(source, destination, wrapper);
         if (status == ProductCopy::CouldNotTrash)
-            return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Could not delete existing copy."));
+            return QString::fromUtf8(
+                QT_TRANSLATE_NOOP("Quillet", "Could not delete existing copy."));
         if (status != ProductCopy::Copied)
             return QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Installation failed."));
     } else {
@@ -111,9 +110,11 @@ QString InstallerWinController::installMyselfInDestination()
             if (canceled)
                 vxLog(QStringLiteral("User canceled authorization"));
             else
-                vxLog(QStringLiteral("ERROR -- Could not copy myself to /Applications with authorization"));
-            return canceled ? QStringLiteral("")
-                            : QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Authorized copying failed."));
+                vxLog(QStringLiteral(
+                    "ERROR -- Could not copy myself to /Applications with authorization"));
+            return canceled
+                ? QStringLiteral("")
+                : QString::fromUtf8(QT_TRANSLATE_NOOP("Quillet", "Authorized copying failed."));
         }
     }
 
@@ -130,7 +131,8 @@ QString InstallerWinController::installMyselfInDestination()
         vxLog(QStringLiteral("did not get icon"));
         ::usleep(1000000);
         const bool got = !Workspace::iconForFile(destination).isNull();
-        vxLog(QStringLiteral("retry; %@"), got ? QStringLiteral("succeeded") : QStringLiteral("failed"));
+        vxLog(QStringLiteral("retry; %@"),
+            got ? QStringLiteral("succeeded") : QStringLiteral("failed"));
     }
 
     bool launched = Workspace::openFile(destination);
@@ -148,26 +150,29 @@ QString InstallerWinController::installMyselfInDestination()
     return QString();
 }
 
-bool InstallerWinController::authorizedInstall(const QString &source, const QString &destination,
-                                               const QString &wrapper, bool *canceled)
+bool InstallerWinController::authorizedInstall(
+    const QString &source, const QString &destination, const QString &wrapper, bool *canceled)
 {
     if (canceled)
         *canceled = false;
     if (destination.trimmed().isEmpty() || source.trimmed().isEmpty())
         return false;
-    QMetaObject::invokeMethod(this, [this] { animateProgress(false); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { animateProgress(false); }, Qt::QueuedConnection);
     QString tool = g_helperPath;
     if (tool.isEmpty())
         tool = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
     QStringList arguments { source, destination };
     if (!wrapper.isEmpty())
         arguments << wrapper;
-    const int status = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
+    const int status
+        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
     if (status == kAuthorizationCanceled) {
         if (canceled)
             *canceled = true;
         return false;
     }
-    QMetaObject::invokeMethod(this, [this] { animateProgress(true); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { animateProgress(true); }, Qt::QueuedConnection);
     return status == 0;
 }

@@ -12,11 +12,10 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QUrl>
-
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -39,7 +38,8 @@ QByteArray native(const QString &path)
 
 int renameAt2(const QString &from, const QString &to, unsigned flags)
 {
-    return int(::syscall(SYS_renameat2, AT_FDCWD, native(from).constData(), AT_FDCWD, native(to).constData(), flags));
+    return int(::syscall(SYS_renameat2, AT_FDCWD, native(from).constData(), AT_FDCWD,
+        native(to).constData(), flags));
 }
 
 bool exists(const QString &path)
@@ -53,7 +53,8 @@ bool copyFile(const QString &from, const QString &to, const struct stat &st)
     const int in = ::open(native(from).constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (in < 0)
         return false;
-    const int out = ::open(native(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const int out = ::open(
+        native(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (out < 0) {
         ::close(in);
         return false;
@@ -62,12 +63,14 @@ bool copyFile(const QString &from, const QString &to, const struct stat &st)
     off_t left = st.st_size;
     while (left > 0) {
         // In-kernel copy; reflinks where the file system has them.
-        const ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, size_t(std::min<off_t>(left, 1 << 30)), 0);
+        const ssize_t n = ::copy_file_range(
+            in, nullptr, out, nullptr, size_t(std::min<off_t>(left, 1 << 30)), 0);
         if (n > 0) {
             left -= n;
             continue;
         }
-        if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
+        if (n < 0
+            && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
             char buffer[1 << 16];
             ssize_t r;
             while ((r = ::read(in, buffer, sizeof buffer)) > 0) {
@@ -120,9 +123,11 @@ bool copyEntry(const QString &from, const QString &to, QString *error, int depth
             return false;
         }
         QDir dir(from);
-        const QStringList names = dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+        const QStringList names
+            = dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
         for (const QString &name : names)
-            if (!copyEntry(from + QLatin1Char('/') + name, to + QLatin1Char('/') + name, error, depth + 1))
+            if (!copyEntry(
+                    from + QLatin1Char('/') + name, to + QLatin1Char('/') + name, error, depth + 1))
                 return false;
         ::chmod(native(to).constData(), st.st_mode & 07777);
         const struct timespec times[2] = { st.st_atim, st.st_mtim };
@@ -131,7 +136,8 @@ bool copyEntry(const QString &from, const QString &to, QString *error, int depth
     }
     if (S_ISREG(st.st_mode)) {
         if (!copyFile(from, to, st)) {
-            *error = QStringLiteral("cannot copy %1: %2").arg(from, QString::fromLocal8Bit(strerror(errno)));
+            *error = QStringLiteral("cannot copy %1: %2")
+                         .arg(from, QString::fromLocal8Bit(strerror(errno)));
             return false;
         }
         return true;
@@ -153,13 +159,15 @@ void trashLeftovers(const QString &destination)
 {
     const QString prefix = stagingPrefix(destination);
     const QFileInfo info(prefix);
-    const QStringList names = QDir(info.path()).entryList({ info.fileName() + QLatin1Char('*') },
-                                                          QDir::AllEntries | QDir::Hidden | QDir::System);
+    const QStringList names = QDir(info.path())
+                                  .entryList({ info.fileName() + QLatin1Char('*') },
+                                      QDir::AllEntries | QDir::Hidden | QDir::System);
     for (const QString &name : names) {
         const QString path = info.path() + QLatin1Char('/') + name;
         bool ok = false;
         const qint64 pid = name.mid(info.fileName().size()).toLongLong(&ok);
-        if (!ok || (pid > 0 && ::kill(pid_t(pid), 0) == 0 && pid != QCoreApplication::applicationPid()))
+        if (!ok
+            || (pid > 0 && ::kill(pid_t(pid), 0) == 0 && pid != QCoreApplication::applicationPid()))
             continue; // another run is under way
         if (Trash::moveToTrash(path, destination).isEmpty())
             vxLog(QStringLiteral("ERROR -- Could not trash '%@'"), path);
@@ -197,12 +205,14 @@ bool ProductCopy::copyTree(const QString &from, const QString &to, QString *erro
     return false;
 }
 
-int ProductCopy::installProductCopy(const QString &source, const QString &destination, const QString &wrapper)
+int ProductCopy::installProductCopy(
+    const QString &source, const QString &destination, const QString &wrapper)
 {
     if (!wrapper.isEmpty()) {
         const QString target = QFileInfo(destination).path();
         if (QFileInfo::exists(target)) {
-            const QStringList items = QDir(wrapper).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+            const QStringList items = QDir(wrapper).entryList(
+                QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
             for (const QString &item : items) {
                 const QString to = target + QLatin1Char('/') + item;
                 if (item == QFileInfo(source).fileName())
@@ -269,7 +279,8 @@ QString trashInfo(const QString &originalPath, const QString &relativeTo)
         path = path.mid(relativeTo.size() + 1); // volume trashes hold relative paths
     const QByteArray encoded = QUrl::toPercentEncoding(path, "/");
     return QStringLiteral("[Trash Info]\nPath=%1\nDeletionDate=%2\n")
-        .arg(QString::fromLatin1(encoded), QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")));
+        .arg(QString::fromLatin1(encoded),
+            QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss")));
 }
 
 dev_t deviceOf(const QString &path)
@@ -294,16 +305,19 @@ QString topDirectory(const QString &path)
 
 // Writes the info file first (O_EXCL reserves the name), then renames the
 // item into files/ (Trash specification, "Contents of a trash directory").
-QString moveInto(const QString &trash, const QString &path, const QString &originalPath, const QString &relativeTo)
+QString moveInto(const QString &trash, const QString &path, const QString &originalPath,
+    const QString &relativeTo)
 {
-    if (!QDir().mkpath(trash + QLatin1String("/files")) || !QDir().mkpath(trash + QLatin1String("/info")))
+    if (!QDir().mkpath(trash + QLatin1String("/files"))
+        || !QDir().mkpath(trash + QLatin1String("/info")))
         return QString();
     ::chmod(native(trash).constData(), 0700);
     const QString base = QFileInfo(originalPath).fileName();
     for (int n = 1; n < 10000; ++n) {
         const QString name = n == 1 ? base : QStringLiteral("%1.%2").arg(base).arg(n);
         const QString info = trash + QLatin1String("/info/") + name + QLatin1String(".trashinfo");
-        const int fd = ::open(native(info).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        const int fd
+            = ::open(native(info).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (fd < 0) {
             if (errno == EEXIST)
                 continue;
@@ -313,7 +327,8 @@ QString moveInto(const QString &trash, const QString &path, const QString &origi
         const bool written = ::write(fd, text.constData(), size_t(text.size())) == text.size();
         ::close(fd);
         const QString target = trash + QLatin1String("/files/") + name;
-        if (written && !exists(target) && ::rename(native(path).constData(), native(target).constData()) == 0)
+        if (written && !exists(target)
+            && ::rename(native(path).constData(), native(target).constData()) == 0)
             return target;
         ::unlink(native(info).constData());
         return QString();
@@ -324,10 +339,12 @@ QString moveInto(const QString &trash, const QString &path, const QString &origi
 
 QString Trash::moveToTrash(const QString &path, const QString &originalPath)
 {
-    const QString original = QFileInfo(originalPath.isEmpty() ? path : originalPath).absoluteFilePath();
+    const QString original
+        = QFileInfo(originalPath.isEmpty() ? path : originalPath).absoluteFilePath();
     if (!exists(path))
         return QString();
-    const QString home = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QLatin1String("/Trash");
+    const QString home = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+        + QLatin1String("/Trash");
     QDir().mkpath(QFileInfo(home).path());
     if (deviceOf(QFileInfo(home).path()) == deviceOf(path))
         return moveInto(home, path, original, QString());

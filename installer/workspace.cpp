@@ -16,7 +16,8 @@
 namespace {
 QString applicationsFolder()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QLatin1String("/applications");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+        + QLatin1String("/applications");
 }
 
 QString iconFileOf(const VXBundle &bundle)
@@ -24,7 +25,8 @@ QString iconFileOf(const VXBundle &bundle)
     const QString name = bundle.stringForInfoKey(QStringLiteral("CFBundleIconFile"));
     if (name.isEmpty())
         return QString();
-    for (const QString &type : { QStringLiteral("icns"), QStringLiteral("png"), QStringLiteral("svg"), QString() }) {
+    for (const QString &type :
+        { QStringLiteral("icns"), QStringLiteral("png"), QStringLiteral("svg"), QString() }) {
         const QString path = bundle.pathForResource(name, type);
         if (!path.isEmpty())
             return path;
@@ -39,7 +41,8 @@ QString entryId(const VXBundle &bundle)
         id = QStringLiteral("quillet.") + QFileInfo(bundle.bundlePath()).completeBaseName();
     // Desktop file ids are reverse-DNS names; keep them to safe characters.
     for (QChar &c : id)
-        if (!c.isLetterOrNumber() && c != QLatin1Char('.') && c != QLatin1Char('-') && c != QLatin1Char('_'))
+        if (!c.isLetterOrNumber() && c != QLatin1Char('.') && c != QLatin1Char('-')
+            && c != QLatin1Char('_'))
             c = QLatin1Char('_');
     return id;
 }
@@ -55,14 +58,17 @@ QString quotedExec(const QString &program)
 
 QString escapeValue(QString value)
 {
-    return value.replace(QLatin1Char('\\'), QLatin1String("\\\\")).replace(QLatin1Char('\n'), QLatin1String("\\n"));
+    return value.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
+        .replace(QLatin1Char('\n'), QLatin1String("\\n"));
 }
 } // namespace
 
 QString Workspace::desktopEntryPath(const QString &bundlePath)
 {
     const auto bundle = VXBundle::open(bundlePath);
-    return bundle ? applicationsFolder() + QLatin1Char('/') + entryId(*bundle) + QLatin1String(".desktop") : QString();
+    return bundle
+        ? applicationsFolder() + QLatin1Char('/') + entryId(*bundle) + QLatin1String(".desktop")
+        : QString();
 }
 
 int Workspace::registerBundle(const QString &bundlePath)
@@ -83,10 +89,12 @@ int Workspace::registerBundle(const QString &bundlePath)
         QImageReader reader(iconFile);
         const QImage image = reader.read();
         if (!image.isNull()) {
-            const QString themed = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+            const QString themed
+                = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
                 + QLatin1String("/icons/hicolor/256x256/apps/") + id + QLatin1String(".png");
             QDir().mkpath(QFileInfo(themed).path());
-            if (image.scaled(256, 256, Qt::KeepAspectRatio, Qt::SmoothTransformation).save(themed, "PNG"))
+            if (image.scaled(256, 256, Qt::KeepAspectRatio, Qt::SmoothTransformation)
+                    .save(themed, "PNG"))
                 icon = themed;
         }
     }

@@ -1,0 +1,306 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// Whole installation runs with real bundles and processes: the files on
+// disk, the log, the Trash, the desktop entry, the launched product and the
+// window's final state.
+#include "common/logcapture.h"
+#include "installer/productcopy.h"
+#include "installer/workspace.h"
+#include "installerfixture.h"
+#include "process/vxprocess.h"
+#include "process/vxprocess_p.h"
+
+#include <QLabel>
+#include <QProcess>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+#include <csignal>
+
+namespace {
+const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
+
+// Gives the fixture's product a real program: the cooperative test helper.
+void makeRunnable(ProductFixture &fixture, const QString &marker = QString())
+{
+    const QString program = fixture.product + "/Contents/Linux/Foo";
+    QDir().mkpath(QFileInfo(program).path());
+    QFile::remove(program);
+    QFile::copy(kHelpers + "/behaviour", program);
+    ProductFixture::write(fixture.product + "/Contents/Resources/ReadMe.txt", "new version");
+    if (!marker.isEmpty())
+        ProductFixture::write(fixture.product + "/Contents/Resources/" + marker, marker.toUtf8());
+}
+
+// Ends every process started from below the folder.
+void killProcessesUnder(const QString &folder)
+{
+    for (const VXProcessPtr &p : VXProcess::allProcesses())
+        if (p->path().startsWith(folder) && p->unixPID() != ::getpid())
+            ::kill(p->unixPID(), SIGKILL);
+}
+
+struct Run
+{
+    InstallerWinController controller;
+    LogCapture log;
+    QSignalSpy finished { &controller, &InstallerWinController::runFinished };
+    Run(const ProductFixture &fixture, const QStringList &args)
+        : controller(fixture.options(args))
+    {
+        controller.awakeFromNib();
+    }
+    bool start(int timeoutMs = 60000)
+    {
+        controller.installButton()->click();
+        return finished.wait(timeoutMs) || finished.size() == 1;
+    }
+    QStringList messages() { return log.messages(); }
+};
+} // namespace
+
+class TestInstallerRun : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void freshInstall();
+    void installOverExistingCopyKeepsOldInTrash();
+    void wrapperFolder_data();
+    void wrapperFolder();
+    void launchThatNeverOpensIsStillSuccess();
+    void completionQuitAfterSuccessAndFailure();
+    void runningCopyThatRefusesCancelsTheRun();
+    void staleStagingCopyGoesToTrash();
+};
+
+void TestInstallerRun::init()
+{
+    QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
+}
+
+void TestInstallerRun::cleanup()
+{
+    VXProcessPlatform::setSignalSender({});
+    // Products launched by a test that failed half-way would outlive it.
+    killProcessesUnder(QDir::tempPath() + "/tst_installerrun-");
+}
+
+void TestInstallerRun::freshInstall()
+{
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    Run run(fixture, { "-productName", "Foo", "-version", "2.0" });
+    QVERIFY(run.start());
+    const QString destination = fixture.applications + "/Foo.app";
+    QVERIFY(run.finished.first().first().toString().isNull());
+    QCOMPARE(
+        run.controller.introField()->text(), QStringLiteral("Foo was successfully installed."));
+    QCOMPARE(run.controller.installButton()->text(), QStringLiteral("OK"));
+    QVERIFY(!run.controller.checkmarkField()->isHidden());
+    QVERIFY(run.controller.cancelButton()->isHidden());
+    QCOMPARE(InstallerWinController::currentInstallationLabel(), QStringLiteral("Foo 2.0"));
+
+    // Files: a complete copy, executable bit kept, no staging leftovers.
+    QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+    QCOMPARE(QDir(fixture.applications)
+                 .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+        QStringList { "Foo.app" });
+
+    const QStringList log = run.messages();
+    const QStringList expected { "Install", "successfully copied", "launching " + destination,
+        "waited 0.5", "registered app: 0", "waited 0.3", "launched immediately: 1" };
+    QStringList seen;
+    for (const QString &line : log)
+        if (expected.contains(line))
+            seen << line;
+    QCOMPARE(seen, expected);
+
+    // Registered with the desktop, and running from its new place.
+    QSettings entry(Workspace::desktopEntryPath(destination), QSettings::IniFormat);
+    QVERIFY(QFile::exists(entry.fileName()));
+    QCOMPARE(
+        entry.fileName(), QDir::homePath() + "/.local/share/applications/dev.example.foo.desktop");
+    QTRY_VERIFY([&] {
+        for (const VXProcessPtr &p : VXProcess::allProcesses())
+            if (p->path() == destination)
+                return true;
+        return false;
+    }());
+    killProcessesUnder(fixture.applications);
+
+    // A second install replaces its desktop entry rather than adding one.
+    Run again(fixture, { "-productName", "Foo", "-version", "2.0" });
+    QVERIFY(again.start());
+    QCOMPARE(QDir(QDir::homePath() + "/.local/share/applications").entryList({ "*.desktop" }),
+        QStringList { "dev.example.foo.desktop" });
+    killProcessesUnder(fixture.applications);
+}
+
+void TestInstallerRun::installOverExistingCopyKeepsOldInTrash()
+{
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    const QString destination = fixture.applications + "/Foo.app";
+    QVERIFY(ProductCopy::copyTree(fixture.product, destination));
+    ProductFixture::write(destination + "/Contents/Resources/old-marker", "the user's old copy");
+    Run run(fixture, {});
+    QVERIFY(run.start());
+    QVERIFY(run.finished.first().first().toString().isNull());
+    QVERIFY(!QFile::exists(destination + "/Contents/Resources/old-marker"));
+    const QString trash = QDir::homePath() + "/.local/share/Trash";
+    QFile marker(trash + "/files/Foo.app/Contents/Resources/old-marker");
+    QVERIFY(marker.open(QIODevice::ReadOnly));
+    QCOMPARE(marker.readAll(), QByteArray("the user's old copy"));
+    QSettings info(trash + "/info/Foo.app.trashinfo", QSettings::IniFormat);
+    QCOMPARE(info.value("Trash Info/Path").toString(), destination);
+    QVERIFY(QDateTime::fromString(info.value("Trash Info/DeletionDate").toString(), Qt::ISODate)
+                .isValid());
+    killProcessesUnder(fixture.applications);
+    QDir(trash).removeRecursively();
+}
+
+void TestInstallerRun::wrapperFolder_data()
+{
+    QTest::addColumn<bool>("existingWrapper");
+    QTest::newRow("new wrapper folder") << false;
+    QTest::newRow("wrapper folder already installed") << true;
+}
+
+void TestInstallerRun::wrapperFolder()
+{
+    QFETCH(bool, existingWrapper);
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    const QString wrapper = fixture.volume + "/Foo Folder";
+    ProductFixture::write(wrapper + "/Manual.pdf", "%PDF new");
+    ProductFixture::write(wrapper + "/Extras/plugin.so", "plugin");
+    const QString installed = fixture.applications + "/Foo Folder";
+    if (existingWrapper) {
+        ProductFixture::write(installed + "/Manual.pdf", "%PDF old");
+        ProductFixture::write(installed + "/My Notes.txt", "the user's own file");
+    }
+    Run run(fixture, { "-wrapperPath", wrapper });
+    QVERIFY(run.start());
+    QVERIFY(run.finished.first().first().toString().isNull());
+    QVERIFY(QFileInfo(installed + "/Foo.app/Contents/Linux/Foo").isExecutable());
+    QFile manual(installed + "/Manual.pdf");
+    QVERIFY(manual.open(QIODevice::ReadOnly));
+    QCOMPARE(manual.readAll(), QByteArray("%PDF new"));
+    QVERIFY(QFile::exists(installed + "/Extras/plugin.so"));
+    if (existingWrapper) {
+        QVERIFY(QFile::exists(installed + "/My Notes.txt")); // not the installer's to touch
+        QVERIFY(QFile::exists(QDir::homePath() + "/.local/share/Trash/files/Manual.pdf"));
+    }
+    killProcessesUnder(fixture.applications);
+    QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
+}
+
+void TestInstallerRun::launchThatNeverOpensIsStillSuccess()
+{
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    QFile::setPermissions(
+        fixture.product + "/Contents/Linux/Foo", QFile::ReadOwner | QFile::WriteOwner);
+    Run run(fixture, {});
+    QVERIFY(run.start());
+    QVERIFY(run.finished.first().first().toString().isNull());
+    const QStringList log = run.messages();
+    QVERIFY(log.contains("launched immediately: 0"));
+    QCOMPARE(log.filter(QRegularExpression("^retry opening \\(count=\\d+\\)$")).size(), 10);
+    QCOMPARE(log.filter("launched: 0").size(), 10);
+    QVERIFY(log.contains("retry opening (count=10)"));
+    QCOMPARE(
+        run.controller.introField()->text(), QStringLiteral("Foo was successfully installed."));
+}
+
+void TestInstallerRun::completionQuitAfterSuccessAndFailure()
+{
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    {
+        Run run(fixture, { "-completionQuit", "2.5" });
+        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
+        QVERIFY(run.start());
+        QVERIFY(run.messages().contains("quit delay: 2.5"));
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(quitting.wait(5000));
+        QVERIFY(clock.elapsed() >= 2000);
+        killProcessesUnder(fixture.applications);
+    }
+    {
+        // A failure quits just the same: the source has gone.
+        Run run(fixture,
+            { "-completionQuit", "2.5", "-sourcePath", fixture.path("Volumes/Foo/Gone.app"),
+                "-productCode", "WXYZ", "-productName", "Foo" });
+        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
+        QVERIFY(run.start());
+        QVERIFY(!run.finished.first().first().toString().isEmpty());
+        QVERIFY(run.controller.cancelButton()->isEnabled());
+        QCOMPARE(run.controller.installButton()->text(), QStringLiteral("Install"));
+        QVERIFY(run.messages().contains("quit delay: 2.5"));
+        QVERIFY(quitting.wait(5000));
+    }
+    {
+        Run run(fixture, { "-completionQuit", "0" });
+        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
+        QVERIFY(run.start());
+        QVERIFY(run.messages().contains("quit delay: 0.0"));
+        QVERIFY(!quitting.wait(1000));
+        killProcessesUnder(fixture.applications);
+    }
+}
+
+void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
+{
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    // A copy of the product that is running and that no signal reaches.
+    QProcess running;
+    running.start(fixture.product + "/Contents/Linux/Foo", { "stubborn" });
+    QVERIFY(running.waitForReadyRead(5000));
+    VXProcessPlatform::setSignalSender([](const VXProcessSerialNumber &, int) {
+        return VXProcessPlatform::SignalResult::Delivered;
+    });
+    Run run(fixture, {});
+    QVERIFY(run.start(120000));
+    const QString error = run.finished.first().first().toString();
+    QCOMPARE(error,
+        QStringLiteral("Foo cannot be running during the installation.\rQuit Foo, then click "
+                       "\"Install\" again."));
+    const QStringList log = run.messages();
+    QVERIFY(log.contains("Foo did not quit; will retry"));
+    QVERIFY(log.contains("Foo refused to quit; installation cancelled"));
+    QCOMPARE(log.filter("Quitting 'WXYZ': Foo").size(), 4); // the first attempt and three retries
+    QVERIFY(!QFile::exists(fixture.applications + "/Foo.app")); // nothing copied
+    QVERIFY(run.controller.cancelButton()->isEnabled());
+    QVERIFY(run.controller.messageField()->isHidden()); // the failure shows as re-enabled buttons
+    VXProcessPlatform::setSignalSender({});
+    running.kill();
+    running.waitForFinished();
+}
+
+void TestInstallerRun::staleStagingCopyGoesToTrash()
+{
+    // A run killed after the exchange leaves the old copy at the staging
+    // name: the next run keeps it, in the Trash, under its own name.
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    const QString destination = fixture.applications + "/Foo.app";
+    const QString stale = fixture.applications + "/.Foo.app.quillet-999999";
+    ProductFixture::write(stale + "/Contents/Resources/old-marker", "old");
+    QCOMPARE(ProductCopy::installProductCopy(fixture.product, destination, QString()), 0);
+    QVERIFY(!QFile::exists(stale));
+    QVERIFY(QFile::exists(
+        QDir::homePath() + "/.local/share/Trash/files/Foo.app/Contents/Resources/old-marker"));
+    QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+    QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
+}
+
+QTEST_MAIN(TestInstallerRun)
+#include "tst_installerrun.moc"
