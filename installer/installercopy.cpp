@@ -93,7 +93,7 @@ QString InstallerWinController::installMyselfInDestination()
             m_arguments.value(QStringLiteral("version"))));
 
     bool privileged = !writable;
-    if (optionKeyHeld()) {
+    if (m_forcePrivileged || optionKeyHeld()) {
         vxLog(QStringLiteral("enforcing authorization"));
         privileged = true;
     }

@@ -95,6 +95,9 @@ public:
     // Where the Applications folders are: system /opt, user ~/Applications.
     // Tests point them elsewhere.
     static void setApplicationsFolders(const QString &system, const QString &user);
+    // Acts as if Alt (Option) were held when the copy starts: the
+    // privileged path even for a writable destination.
+    void setForcePrivileged(bool force) { m_forcePrivileged = force; }
     // The privileged helper; empty: the main bundle's resource "train".
     static void setHelperPath(const QString &path);
     // The web page of older versions.
@@ -149,6 +152,7 @@ private:
     InstallerArguments m_arguments;
     bool m_argumentsExtracted = false;
     bool m_finished = false;
+    bool m_forcePrivileged = false;
     QString m_titleFormat;
     QString m_introFormat;
     QString m_interfaceError;

@@ -10,11 +10,13 @@
 #include "installerfixture.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
+#include "utilities/vxuserdefaults.h"
 
 #include <QLabel>
 #include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
@@ -76,6 +78,8 @@ private Q_SLOTS:
     void completionQuitAfterSuccessAndFailure();
     void runningCopyThatRefusesCancelsTheRun();
     void staleStagingCopyGoesToTrash();
+    void privilegedPathThroughStandInElevation_data();
+    void privilegedPathThroughStandInElevation();
 };
 
 void TestInstallerRun::init()
@@ -300,6 +304,61 @@ void TestInstallerRun::staleStagingCopyGoesToTrash()
         QDir::homePath() + "/.local/share/Trash/files/Foo.app/Contents/Resources/old-marker"));
     QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
     QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
+}
+
+void TestInstallerRun::privilegedPathThroughStandInElevation_data()
+{
+    QTest::addColumn<QString>("standIn");
+    QTest::addColumn<QString>("result");
+    QTest::addColumn<QString>("logLine");
+    // The stand-ins take the password dialog's place and nothing else: the
+    // first runs the real helper as root, as pkexec would after a password.
+    QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString() << "successfully copied";
+    QTest::newRow("dialog dismissed") << "exit 126" << "" << "User canceled authorization";
+    QTest::newRow("helper fails") << "exit 3" << "Foo could not be installed" << "WEXITSTATUS";
+}
+
+void TestInstallerRun::privilegedPathThroughStandInElevation()
+{
+    QFETCH(QString, standIn);
+    QFETCH(QString, result);
+    QFETCH(QString, logLine);
+    if (::geteuid() != 0)
+        QSKIP("the helper installs into /opt only as root");
+    ProductFixture fixture;
+    makeRunnable(fixture);
+    const QString script = fixture.path("elevate.sh");
+    ProductFixture::write(script, ("#!/bin/sh\n" + standIn + "\n").toUtf8());
+    QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner);
+    const QString destination = "/opt/QuilletRunTest-" + QString::number(::getpid()) + ".app";
+    InstallerWinController::setHelperPath(QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
+    VXUserDefaults::standard().setObject(script, "elevationCommand");
+    const auto restore = qScopeGuard([&] {
+        VXUserDefaults::standard().removeObject("elevationCommand");
+        InstallerWinController::setHelperPath(QString());
+        killProcessesUnder(destination);
+        QDir(destination).removeRecursively();
+    });
+    Run run(fixture, { "-destinationPath", destination, "-productName", "Foo" });
+    // Alt held: the privileged path even though /opt is writable for root.
+    run.controller.setForcePrivileged(true);
+    QVERIFY(run.start());
+    const QString text = run.finished.first().first().toString();
+    if (result.isNull()) {
+        QVERIFY(text.isNull());
+        QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+    } else if (result.isEmpty()) {
+        QVERIFY(!text.isNull() && text.isEmpty()); // nothing to show
+        QVERIFY(!QFile::exists(destination));
+    } else {
+        QCOMPARE(text, QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it to the Applications folder."));
+        QVERIFY(!QFile::exists(destination));
+    }
+    const QStringList log = run.messages();
+    QVERIFY(log.contains("enforcing authorization"));
+    QVERIFY2(log.contains(logLine), qPrintable(log.join('\n')));
+    if (logLine == "WEXITSTATUS")
+        QVERIFY(log.contains("ERROR -- Could not copy myself to /Applications with authorization"));
 }
 
 QTEST_MAIN(TestInstallerRun)
