@@ -397,6 +397,7 @@ void InstallerWinController::awakeFromNib()
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+    m_installButton->setFocus(); // so Return reaches the default button, not the read-me
     bringInstallerToFront();
 
     // 21.
