@@ -26,12 +26,15 @@ else
   exec tests/session-run.sh --wm --dbus -- bash -c '
     "$1"
     sleep 3
-    # Press the default button twice, as a user would: "Continue" on the
-    # read-me page, then "Install".
-    xdotool search --sync --name "Sample Installer" windowactivate --sync key Return
+    # Press Return twice, as a user would: "Continue" on the read-me page,
+    # then "Install".
+    window=$(timeout 20 xdotool search --sync --name "Sample Installer" | head -n 1)
+    xdotool windowactivate --sync "$window"
+    sleep 0.5
+    xdotool key --clearmodifiers Return
     sleep 1
-    xdotool search --name "Sample Installer" windowactivate --sync key Return
-    sleep 6
+    xdotool key --clearmodifiers Return
+    sleep 8
     mkdir -p build/screenshots
     if command -v xwd >/dev/null && command -v convert >/dev/null; then
       xwd -root -silent | convert xwd:- build/screenshots/try-sample.png 2>/dev/null || true
