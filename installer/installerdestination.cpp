@@ -6,6 +6,7 @@
 // XDG Autostart specification orders them); an item's path is the bundle
 // that its Exec line starts.
 #include "installerwincontroller.h"
+#include "utilities/vxbundle.h"
 #include "utilities/vxlog.h"
 
 #include <QDir>
@@ -57,17 +58,6 @@ QString execProgram(const QString &exec)
     return program;
 }
 
-QString enclosingBundle(const QString &path)
-{
-    QString p = QDir::cleanPath(path);
-    while (p.size() > 1) {
-        if (p.endsWith(QLatin1String(".app")))
-            return p;
-        p = QFileInfo(p).path();
-    }
-    return path;
-}
-
 // XDG autostart entries in effect: a user entry hides a system entry of the
 // same file name; Hidden=true removes an entry.
 QStringList loginItemPaths()
@@ -100,7 +90,8 @@ QStringList loginItemPaths()
         const QString program = execProgram(entry.value(QStringLiteral("Exec")).toString());
         if (program.isEmpty() || !program.startsWith(QLatin1Char('/')))
             continue; // does not resolve to a file
-        paths << enclosingBundle(program);
+        const QString bundle = VXBundle::enclosingBundlePath(program);
+        paths << (bundle.isEmpty() ? program : bundle);
     }
     return paths;
 }

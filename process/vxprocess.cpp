@@ -32,17 +32,6 @@ std::atomic<bool> g_notificationsInstalled { false };
 
 constexpr quint32 kUnknownSignature = VXFourCharCode::make("????");
 
-QString enclosingApp(const QString &path)
-{
-    QString p = QDir::cleanPath(path);
-    while (p.size() > 1) {
-        if (p.endsWith(QLatin1String(".app")))
-            return p;
-        p = QFileInfo(p).path();
-    }
-    return QString();
-}
-
 // The leading integer of a string, 0 when there is none.
 int leadingInteger(const QString &s)
 {
@@ -228,7 +217,7 @@ bool VXProcess::getProcessInfo()
     const auto info = VXProcessPlatform::basicInfo(m_psn);
     if (!info)
         return false;
-    QString bundlePath = enclosingApp(info->executable);
+    QString bundlePath = VXBundle::enclosingBundlePath(info->executable);
     std::optional<VXBundle> bundle
         = bundlePath.isEmpty() ? std::nullopt : VXBundle::open(bundlePath);
     if (bundle && bundle->infoDictionary().isEmpty() && !QFileInfo::exists(bundle->infoPlistPath()))
@@ -276,7 +265,7 @@ QString VXProcess::appName()
     if (m_appName.isNull()) {
         QString n = QFileInfo(path()).fileName();
         if (n == QLatin1String("WinAppHelper"))
-            n = QFileInfo(enclosingApp(path())).completeBaseName();
+            n = QFileInfo(VXBundle::enclosingBundlePath(path())).completeBaseName();
         if (n.isEmpty())
             n = displayName();
         m_appName = n;
@@ -347,7 +336,7 @@ QString VXProcess::path()
         const auto info = VXProcessPlatform::basicInfo(m_psn);
         if (!info || info->executable.isEmpty())
             return QString(); // not known yet: asked again next time
-        const QString app = enclosingApp(info->executable);
+        const QString app = VXBundle::enclosingBundlePath(info->executable);
         m_path = !app.isEmpty() && QFileInfo::exists(app + QLatin1String("/Contents/Info.plist"))
             ? app
             : info->executable;

@@ -246,9 +246,12 @@ std::optional<QDateTime> VXProcessPlatform::startTime(const VXProcessSerialNumbe
 
 QString VXProcessPlatform::cpuTimeCommand()
 {
-    // procps has no "utime" column; its seconds are written as M:SS.ss.
+    // procps has no "utime" column and counts whole seconds only: the user
+    // time comes from the process's stat (field 14, in clock ticks), written
+    // as M:SS.ss.
     return QStringLiteral(
-        "ps -o cputimes= -p %d | awk '{ printf \"%%d:%%05.2f\\n\", int($1 / 60), $1 %% 60 }' > %@");
+        "sed 's/.*) //' /proc/%d/stat | awk -v hz=\"$(getconf CLK_TCK)\" "
+        "'{ t = $12 / hz; m = int(t / 60); printf \"%%d:%%05.2f\\n\", m, t - m * 60 }' > %@");
 }
 
 void VXProcessPlatform::setSignalSender(

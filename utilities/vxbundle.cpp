@@ -23,17 +23,6 @@ bool isElf(const QString &path)
             4);
 }
 
-QString enclosingApp(const QString &path)
-{
-    QString p = QDir::cleanPath(path);
-    while (p.size() > 1) {
-        if (p.endsWith(QLatin1String(".app")))
-            return p;
-        p = QFileInfo(p).path();
-    }
-    return QString();
-}
-
 } // namespace
 
 std::optional<VXBundle> VXBundle::open(const QString &path)
@@ -49,6 +38,17 @@ std::optional<VXBundle> VXBundle::open(const QString &path)
     return bundle;
 }
 
+QString VXBundle::enclosingBundlePath(const QString &path)
+{
+    QString p = QDir::cleanPath(path);
+    while (p.size() > 1) {
+        if (p.endsWith(QLatin1String(".app")))
+            return p;
+        p = QFileInfo(p).path();
+    }
+    return QString();
+}
+
 void VXBundle::setMainBundlePath(const QString &path)
 {
     g_mainBundlePath = path;
@@ -61,7 +61,7 @@ const VXBundle &VXBundle::mainBundle()
     QString path = g_mainBundlePath;
     if (path.isEmpty()) {
         const QString exe = QCoreApplication::applicationFilePath();
-        path = enclosingApp(QFileInfo(exe).path());
+        path = enclosingBundlePath(QFileInfo(exe).path());
         if (path.isEmpty())
             path = QFileInfo(exe).path();
     }

@@ -30,6 +30,9 @@ public:
     static const VXBundle &mainBundle();
     // Tests and tools can point the main bundle elsewhere.
     static void setMainBundlePath(const QString &path);
+    // The nearest enclosing folder of the path whose name ends in ".app"
+    // (the path itself included); empty when there is none.
+    static QString enclosingBundlePath(const QString &path);
 
     QString bundlePath() const { return m_path; }
     Layout layout() const { return m_layout; }

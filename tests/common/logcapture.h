@@ -8,6 +8,21 @@
 #include <cstdio>
 #include <unistd.h>
 
+// The messages of log lines, without date, time and process; a message of
+// several lines stays one.
+inline QStringList logMessages(const QString &text)
+{
+    QStringList out;
+    for (const QString &line : text.split(QLatin1Char('\n'))) {
+        const qsizetype cut = line.indexOf(QLatin1String("] "));
+        if (cut > 0 && line.size() > 24 && line.at(4) == QLatin1Char('-'))
+            out << line.mid(cut + 2);
+        else if (!out.isEmpty() && !line.isEmpty())
+            out.last() += QLatin1Char('\n') + line;
+    }
+    return out;
+}
+
 // Captures what the process writes to standard error (where the log
 // function writes) into a file for as long as it lives.
 class LogCapture
@@ -40,19 +55,7 @@ public:
         return QString::fromUtf8(f.readAll());
     }
 
-    // The messages of the log lines, without date, time and process.
-    QStringList messages() const
-    {
-        QStringList out;
-        for (const QString &line : text().split(QLatin1Char('\n'))) {
-            const qsizetype cut = line.indexOf(QLatin1String("] "));
-            if (cut > 0 && line.size() > 24 && line.at(4) == QLatin1Char('-'))
-                out << line.mid(cut + 2);
-            else if (!out.isEmpty() && !line.isEmpty())
-                out.last() += QLatin1Char('\n') + line; // a message of several lines
-        }
-        return out;
-    }
+    QStringList messages() const { return logMessages(text()); }
 
 private:
     QTemporaryFile m_file;

@@ -30,20 +30,6 @@ QString readAll(const QString &path)
     return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 }
 
-// Log messages without their date and process prefix.
-QStringList messagesIn(const QString &text)
-{
-    QStringList out;
-    for (const QString &line : text.split(QLatin1Char('\n'))) {
-        const qsizetype cut = line.indexOf(QLatin1String("] "));
-        if (cut > 0 && line.size() > 24 && line.at(4) == QLatin1Char('-'))
-            out << line.mid(cut + 2);
-        else if (!out.isEmpty() && !line.isEmpty())
-            out.last() += QLatin1Char('\n') + line;
-    }
-    return out;
-}
-
 // Sends an event the way another program would: with dbus-send.
 void sendEvent(qint64 pid, const char *eventClass, const char *eventID, const QString &text)
 {
@@ -112,9 +98,9 @@ void TestInstallerLaunch::productLaunchLogsToFile()
     QString err;
     QTRY_VERIFY((err += QString::fromUtf8(installer.process.readAllStandardError()))
                     .contains("AppleEvents installed"));
-    QCOMPARE(messagesIn(err), QStringList { "AppleEvents installed" });
+    QCOMPARE(logMessages(err), QStringList { "AppleEvents installed" });
 
-    const QStringList log = messagesIn(readAll(logFile()));
+    const QStringList log = logMessages(readAll(logFile()));
     QCOMPARE(log.value(0),
         QString(
             "arguments: (\n    \"%1\",\n    \"-productName\",\n    Sample,\n    \"-sourcePath\",\n"
@@ -132,7 +118,7 @@ void TestInstallerLaunch::productLaunchLogsToFile()
     // A second launch appends.
     Installer second({ "-productName", "Sample", "-sourcePath", kSample });
     QTRY_COMPARE_WITH_TIMEOUT(
-        messagesIn(readAll(logFile())).filter("Updated arguments: ").size(), 2, 20000);
+        logMessages(readAll(logFile())).filter("Updated arguments: ").size(), 2, 20000);
 }
 
 void TestInstallerLaunch::directInvocationKeepsItsStreams_data()
@@ -151,7 +137,7 @@ void TestInstallerLaunch::directInvocationKeepsItsStreams()
     QTRY_VERIFY_WITH_TIMEOUT((err += QString::fromUtf8(installer.process.readAllStandardError()))
                                  .contains("Updated arguments"),
         20000);
-    const QStringList messages = messagesIn(err);
+    const QStringList messages = logMessages(err);
     QCOMPARE(messages.value(0), QStringLiteral("AppleEvents installed"));
     QCOMPARE(messages.value(1), QStringLiteral("direct invocation"));
     QVERIFY(!QFile::exists(logFile()));

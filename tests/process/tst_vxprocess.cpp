@@ -4,6 +4,7 @@
 // Process records of real child processes: lookups, details, quitting with
 // signals and events, pid reuse.
 #include "common/logcapture.h"
+#include "common/testchild.h"
 #include "process/vxappleevents.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
@@ -28,30 +29,7 @@
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
-// A child process started for a test, killed when the test ends.
-struct Child
-{
-    QProcess process;
-    explicit Child(const QString &program, const QStringList &args = {})
-    {
-        process.start(program, args);
-        process.waitForStarted();
-    }
-    bool waitReady()
-    {
-        for (int i = 0; i < 100 && !process.canReadLine(); ++i)
-            process.waitForReadyRead(100);
-        return process.readLine().startsWith("ready");
-    }
-    qint32 pid() const { return qint32(process.processId()); }
-    ~Child()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished();
-        }
-    }
-};
+using Child = TestChild;
 
 void writeFile(const QString &path, const QByteArray &content)
 {
@@ -503,7 +481,15 @@ void TestVXProcess::cpuTimeOfBusyProcess()
 {
     Child child(kHelpers + "/behaviour", { "busy" });
     QVERIFY(child.waitReady());
-    QTest::qWait(1500);
+    // Wait until it has used over half a second of CPU, however busy the
+    // machine is (utime, field 14 of its stat, in clock ticks).
+    auto userTicks = [&] {
+        QFile stat(QString("/proc/%1/stat").arg(child.pid()));
+        stat.open(QIODevice::ReadOnly);
+        const QByteArray line = stat.readAll();
+        return line.mid(line.lastIndexOf(')') + 2).split(' ').value(11).toLongLong();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(userTicks() > ::sysconf(_SC_CLK_TCK) * 6 / 10, 30000);
     const VXProcessPtr p = VXProcess::processWithPID(child.pid());
     const double seconds = p->cpuTime();
     QVERIFY2(seconds >= 0.5 && seconds < 60, qPrintable(QString::number(seconds)));

@@ -5,6 +5,7 @@
 // notifications, and the front process on a real X server with a window
 // manager.
 #include "common/logcapture.h"
+#include "common/testchild.h"
 #include "process/vxnotificationcenter.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
@@ -19,29 +20,7 @@
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
-struct Child
-{
-    QProcess process;
-    explicit Child(const QString &program, const QStringList &args = {})
-    {
-        process.start(program, args);
-        process.waitForStarted();
-    }
-    bool waitReady()
-    {
-        for (int i = 0; i < 100 && !process.canReadLine(); ++i)
-            process.waitForReadyRead(100);
-        return process.readLine().startsWith("ready");
-    }
-    qint32 pid() const { return qint32(process.processId()); }
-    ~Child()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished();
-        }
-    }
-};
+using Child = TestChild;
 
 QStringList changes(const QSignalSpy &spy)
 {
