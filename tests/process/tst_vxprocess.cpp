@@ -363,7 +363,7 @@ void TestVXProcess::reusedPidIsNeverTheOldProcess()
             ::waitpid(second, nullptr, 0);
         }
     });
-    for (int attempt = 0; attempt < 20 && second != first; ++attempt) {
+    for (int attempt = 0; attempt < 200 && second != first; ++attempt) {
         if (second > 0) {
             ::kill(second, SIGKILL);
             ::waitpid(second, nullptr, 0);
