@@ -3,7 +3,7 @@
 //
 // The installation run: the buttons, the background thread, the final
 // message, the completion sound and the delayed quit.
-#include "installersound.h"
+#include "appearance/soundextensions.h"
 #include "installerwincontroller.h"
 #include "utilities/vxlocalization.h"
 #include "utilities/vxlog.h"
@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSoundEffect>
 #include <QTabWidget>
 #include <QTimer>
 #include <QUrl>
@@ -151,7 +152,11 @@ void InstallerWinController::playDoneSound()
 {
     if (argument(QStringLiteral("completionSound")) != QLatin1String("YES"))
         return;
-    InstallerSound::playDone();
+    QSoundEffect *sound = SoundExtensions::soundNamed(QStringLiteral("Done"));
+    if (!sound)
+        return;
+    SoundExtensions::setVolume(sound, SoundExtensions::alertVolume());
+    SoundExtensions::playAsSoundEffect(sound);
 }
 
 void InstallerWinController::openDocumentation()

@@ -3,17 +3,20 @@
 # SPDX-License-Identifier: MIT
 #
 # Runs one test program in a session of its own:
-#   session-run.sh [--x11] [--wm] [--dbus] -- program [args...]
+#   session-run.sh [--x11] [--wm] [--dbus] [--audio] -- program [args...]
 # Always: a private HOME and XDG folders, the C.UTF-8 locale, UTC.
 # --x11: a private Xvfb display; --wm: openbox on it; --dbus: a private
-# session bus (dbus-run-session). Everything started here ends with the test.
+# session bus (dbus-run-session); --audio: a private sound server with two
+# silent outputs, "alert" (the default) and "speakers", whose monitors can be
+# recorded. Everything started here ends with the test.
 set -u
-x11=0 wm=0 dbus=0
+x11=0 wm=0 dbus=0 audio=0
 while [ $# -gt 0 ]; do
   case "$1" in
     --x11) x11=1 ;;
     --wm) x11=1; wm=1 ;;
     --dbus) dbus=1 ;;
+    --audio) audio=1 ;;
     --) shift; break ;;
     *) echo "session-run: unknown option $1" >&2; exit 2 ;;
   esac
@@ -59,6 +62,21 @@ if [ "$x11" = 1 ]; then
       sleep 0.05
     done
   fi
+fi
+
+if [ "$audio" = 1 ]; then
+  pulseaudio --daemonize=no --exit-idle-time=-1 --use-pid-file=no -n \
+    --load=module-native-protocol-unix \
+    --load="module-null-sink sink_name=alert sink_properties='device.description=Alert device.vendor.name=Quillet'" \
+    --load="module-null-sink sink_name=speakers sink_properties=device.description=Speakers" \
+    --load=module-stream-restore \
+    >"$home/pulseaudio.log" 2>&1 &
+  pids+=($!)
+  for _ in $(seq 1 100); do
+    pactl info >/dev/null 2>&1 && break
+    sleep 0.05
+  done
+  pactl set-default-sink alert
 fi
 
 if [ "$dbus" = 1 ]; then

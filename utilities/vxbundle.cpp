@@ -173,14 +173,36 @@ QString VXBundle::executablePath() const
     return QString();
 }
 
+namespace {
+QStringList resourceFolders(const QString &base)
+{
+    return { base, base + QLatin1String("/en.lproj"), base + QLatin1String("/English.lproj"),
+        base + QLatin1String("/Base.lproj") };
+}
+} // namespace
+
+QStringList VXBundle::pathsForResourcesOfType(const QString &type) const
+{
+    QStringList paths;
+    const QString suffix = QLatin1Char('.') + type;
+    for (const QString &folder : resourceFolders(resourcePath())) {
+        const QFileInfoList entries = QDir(folder).entryInfoList(
+            QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+        for (const QFileInfo &entry : entries) {
+            if (type.isEmpty() || entry.fileName().endsWith(suffix))
+                paths.append(entry.filePath());
+        }
+    }
+    return paths;
+}
+
 QString VXBundle::pathForResource(const QString &name, const QString &type) const
 {
     if (name.isEmpty() || name.contains(QLatin1String("..")))
         return QString();
     const QString file = type.isEmpty() ? name : name + QLatin1Char('.') + type;
     const QString base = resourcePath();
-    for (const QString &folder : { base, base + QLatin1String("/en.lproj"),
-             base + QLatin1String("/English.lproj"), base + QLatin1String("/Base.lproj") }) {
+    for (const QString &folder : resourceFolders(base)) {
         const QString candidate = folder + QLatin1Char('/') + file;
         if (QFileInfo(candidate).isFile())
             return candidate;

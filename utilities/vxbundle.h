@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVariantMap>
 #include <optional>
 
@@ -58,6 +59,10 @@ public:
     // resources, also in a language folder (en.lproj, English.lproj);
     // a null QString when there is none.
     QString pathForResource(const QString &name, const QString &type = QString()) const;
+    // Every file "*.type" (any file when type is empty) directly among the
+    // resources, then in the language folders, each folder in the order the
+    // file system lists it.
+    QStringList pathsForResourcesOfType(const QString &type) const;
 
 private:
     VXBundle() = default;
