@@ -6,6 +6,7 @@
 // outputs' monitors, so "heard on the alert device" is measured, not assumed.
 #include "appearance/soundextensions.h"
 #include "appearance/soundextensions_p.h"
+#include "common/audiorecording.h"
 #include "common/logcapture.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxuserdefaults.h"
@@ -30,54 +31,6 @@ void writeFile(const QString &path, const QByteArray &data = {})
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(data);
 }
-
-QString pactl(const QStringList &arguments)
-{
-    QProcess process;
-    process.start(QStringLiteral("pactl"), arguments);
-    process.waitForFinished(10000);
-    return QString::fromUtf8(process.readAllStandardOutput());
-}
-
-// Records one output's monitor for as long as it lives.
-class MonitorRecording
-{
-public:
-    explicit MonitorRecording(const QString &sink)
-    {
-        m_process.start(QStringLiteral("parec"),
-            { QStringLiteral("--device=") + sink + QStringLiteral(".monitor"),
-                QStringLiteral("--raw"), QStringLiteral("--format=s16le"),
-                QStringLiteral("--channels=1"), QStringLiteral("--rate=44100") });
-        m_process.waitForStarted();
-        QTRY_VERIFY_WITH_TIMEOUT(!pactl({ QStringLiteral("list"), QStringLiteral("short"),
-                                            QStringLiteral("source-outputs") })
-                                      .trimmed()
-                                      .isEmpty(),
-            10000);
-    }
-
-    // The loudest sample so far, 0 to 32768.
-    int peak()
-    {
-        m_data += m_process.readAllStandardOutput();
-        int loudest = 0;
-        const auto *samples = reinterpret_cast<const qint16 *>(m_data.constData());
-        for (qsizetype i = 0; i < m_data.size() / 2; ++i)
-            loudest = std::max(loudest, std::abs(int(samples[i])));
-        return loudest;
-    }
-
-    ~MonitorRecording()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-
-private:
-    QProcess m_process;
-    QByteArray m_data;
-};
 
 // Plays "Done" as a sound effect and answers the peaks the two outputs
 // recorded meanwhile.

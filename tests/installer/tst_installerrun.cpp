@@ -4,6 +4,7 @@
 // Whole installation runs with real bundles and processes: the files on
 // disk, the log, the Trash, the desktop entry, the launched product and the
 // window's final state.
+#include "common/audiorecording.h"
 #include "common/logcapture.h"
 #include "installer/productcopy.h"
 #include "installer/workspace.h"
@@ -137,9 +138,12 @@ void TestInstallerRun::freshInstall()
     }());
     killProcessesUnder(fixture.applications);
 
-    // A second install replaces its desktop entry rather than adding one.
-    Run again(fixture, { "-productName", "Foo", "-version", "2.0" });
+    // A second install replaces its desktop entry rather than adding one,
+    // and ends with the chime on the alert output when asked for one.
+    MonitorRecording alert(QStringLiteral("alert"));
+    Run again(fixture, { "-productName", "Foo", "-version", "2.0", "-completionSound", "YES" });
     QVERIFY(again.start());
+    QTRY_VERIFY_WITH_TIMEOUT(alert.peak() > 3000, 10000);
     QCOMPARE(QDir(QDir::homePath() + "/.local/share/applications").entryList({ "*.desktop" }),
         QStringList { "dev.example.foo.desktop" });
     killProcessesUnder(fixture.applications);
@@ -313,9 +317,14 @@ void TestInstallerRun::privilegedPathThroughStandInElevation_data()
     QTest::addColumn<QString>("logLine");
     // The stand-ins take the password dialog's place and nothing else: the
     // first runs the real helper as root, as pkexec would after a password.
-    QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString() << "successfully copied";
-    QTest::newRow("dialog dismissed") << "exit 126" << "" << "User canceled authorization";
-    QTest::newRow("helper fails") << "exit 3" << "Foo could not be installed" << "WEXITSTATUS";
+    QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString()
+                                << "successfully copied";
+    QTest::newRow("dialog dismissed") << "exit 126"
+                                      << ""
+                                      << "User canceled authorization";
+    QTest::newRow("helper fails") << "exit 3"
+                                  << "Foo could not be installed"
+                                  << "WEXITSTATUS";
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation()
@@ -331,7 +340,8 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     ProductFixture::write(script, ("#!/bin/sh\n" + standIn + "\n").toUtf8());
     QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner);
     const QString destination = "/opt/QuilletRunTest-" + QString::number(::getpid()) + ".app";
-    InstallerWinController::setHelperPath(QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
+    InstallerWinController::setHelperPath(
+        QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
     VXUserDefaults::standard().setObject(script, "elevationCommand");
     const auto restore = qScopeGuard([&] {
         VXUserDefaults::standard().removeObject("elevationCommand");
@@ -351,7 +361,9 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
         QVERIFY(!text.isNull() && text.isEmpty()); // nothing to show
         QVERIFY(!QFile::exists(destination));
     } else {
-        QCOMPARE(text, QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it to the Applications folder."));
+        QCOMPARE(text,
+            QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it "
+                           "to the Applications folder."));
         QVERIFY(!QFile::exists(destination));
     }
     const QStringList log = run.messages();
