@@ -53,6 +53,31 @@ template <typename F> void onSoundThread(QSoundEffect *sound, F &&f)
         QMetaObject::invokeMethod(sound, std::forward<F>(f), Qt::QueuedConnection);
 }
 
+// Plays the sound through a player of its own, made for the sound's
+// current output: a QSoundEffect keeps the output it was first loaded for,
+// while the player finds the sound's data already decoded in Qt's cache.
+// The player goes when it has played or cannot play.
+void playOnce(QSoundEffect *sound)
+{
+    auto *player = new QSoundEffect(sound->audioDevice(), sound);
+    player->setObjectName(sound->objectName());
+    player->setVolume(sound->volume());
+    player->setMuted(sound->isMuted());
+    player->setLoopCount(sound->loopCount());
+    QObject::connect(player, &QSoundEffect::playingChanged, player, [player] {
+        if (!player->isPlaying())
+            player->deleteLater();
+    });
+    QObject::connect(player, &QSoundEffect::statusChanged, player, [player] {
+        if (player->status() == QSoundEffect::Error)
+            player->deleteLater();
+    });
+    player->setSource(sound->source());
+    player->play();
+    if (player->status() == QSoundEffect::Null || player->status() == QSoundEffect::Error)
+        player->deleteLater();
+}
+
 // Milliseconds since the epoch of the last sound; 0 when none.
 std::atomic<qint64> g_soundDate { 0 };
 
@@ -240,17 +265,7 @@ void SoundExtensions::setPlaybackDeviceIdentifier(QSoundEffect *sound, const QSt
         }
         device = *found;
     }
-    onSoundThread(sound, [sound, device] {
-        if (sound->audioDevice() == device)
-            return;
-        sound->setAudioDevice(device);
-        // A loaded sound keeps the output it was loaded for: load it again.
-        const QUrl source = sound->source();
-        if (!source.isEmpty()) {
-            sound->setSource(QUrl());
-            sound->setSource(source);
-        }
-    });
+    onSoundThread(sound, [sound, device] { sound->setAudioDevice(device); });
 }
 
 QDateTime SoundExtensions::soundDate()
@@ -347,7 +362,7 @@ void SoundExtensions::playAsSoundEffect(QSoundEffect *sound)
     }
     if (verbose)
         vxLog(QStringLiteral("+SL: play self (%@)"), describe(sound));
-    onSoundThread(sound, [sound] { sound->play(); });
+    onSoundThread(sound, [sound] { playOnce(sound); });
     setSoundDateNow();
 }
 
