@@ -32,9 +32,12 @@ public:
         m_process.start(QStringLiteral("parec"),
             { QStringLiteral("--device=") + sink + QStringLiteral(".monitor"),
                 QStringLiteral("--raw"), QStringLiteral("--format=s16le"),
-                QStringLiteral("--channels=1"), QStringLiteral("--rate=44100") });
+                QStringLiteral("--channels=1"), QStringLiteral("--rate=44100"),
+                QStringLiteral("--latency-msec=20") });
         QVERIFY(m_process.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(recordings() > before, 10000);
+        // Recording has begun once the first (silent) samples arrive.
+        QTRY_VERIFY_WITH_TIMEOUT((m_data += m_process.readAllStandardOutput()).size() > 0, 10000);
     }
 
     // The loudest sample so far, 0 to 32768.
