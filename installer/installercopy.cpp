@@ -4,6 +4,7 @@
 // Copy into place and launch: a plain copy when the destination is
 // writable, else the helper "train" as root through the elevation command
 // (pkexec; polkit asks for the password). Runs on the installation thread.
+#include "elevation.h"
 #include "installerwincontroller.h"
 #include "process/vxprocess.h"
 #include "productcopy.h"
@@ -19,9 +20,6 @@
 #include <unistd.h>
 
 namespace {
-constexpr int kAuthorizationCanceled = -60006; // errAuthorizationCanceled
-constexpr int kToolExecuteFailure = -60031; // errAuthorizationToolExecuteFailure
-
 QString g_helperPath;
 
 // Whether Alt (the Option key) is held now; asked on the main thread.
@@ -39,42 +37,6 @@ bool optionKeyHeld()
     return held;
 }
 
-// Runs the helper as root. 0: it ran and succeeded; -1: it failed or was
-// killed; kAuthorizationCanceled: the password dialog was dismissed; any
-// other code: it could not be started.
-int runPrivilegedTool(const QString &tool, const QStringList &arguments)
-{
-    QString command = VXUserDefaults::standard().stringForKey(QStringLiteral("elevationCommand"));
-    if (command.trimmed().isEmpty())
-        command = QStringLiteral("pkexec");
-    QStringList parts = QProcess::splitCommand(command);
-    const QString program = parts.takeFirst();
-    QProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.start(program, parts + QStringList { tool } + arguments);
-    if (!process.waitForStarted(-1)) {
-        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
-        return kToolExecuteFailure;
-    }
-    process.waitForFinished(-1);
-    if (process.exitStatus() != QProcess::NormalExit) {
-        vxLog(QStringLiteral("!WIFEXITED"));
-        return -1;
-    }
-    // pkexec: 126 the dialog was dismissed, 127 not authorized or no agent.
-    switch (process.exitCode()) {
-    case 0:
-        return 0;
-    case 126:
-        return kAuthorizationCanceled;
-    case 127:
-        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
-        return kToolExecuteFailure;
-    default:
-        vxLog(QStringLiteral("WEXITSTATUS"));
-        return -1;
-    }
-}
 } // namespace
 
 void InstallerWinController::setHelperPath(const QString &path)
@@ -166,8 +128,8 @@ bool InstallerWinController::authorizedInstall(
     if (!wrapper.isEmpty())
         arguments << wrapper;
     const int status
-        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
-    if (status == kAuthorizationCanceled) {
+        = Elevation::runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
+    if (status == Elevation::kAuthorizationCanceled) {
         if (canceled)
             *canceled = true;
         return false;

@@ -19,7 +19,9 @@
 //    destination (set-user-ID, set-group-ID and world-write bits dropped),
 //    then exchanged with the old copy in one step (renameat2), so the
 //    destination always holds either the old or the complete new bundle;
-//  - the old copy goes to the user's Trash, never deleted.
+//  - the old copy goes to the user's Trash, never deleted, and becomes the
+//    user's (so the user can empty the Trash). When the Trash is on another
+//    file system than the destination, nothing is replaced.
 // Exit status 0: installed; anything else: refused or failed, nothing
 // replaced, the reason on standard error.
 #include <cerrno>
@@ -237,6 +239,28 @@ void removeAt(int dir, const char *name, int depth = 0)
     ::unlinkat(dir, name, AT_REMOVEDIR);
 }
 
+// Gives dir/name and everything below it to the user, deepest entries
+// first: the user gains a folder only when nothing in it is left to change,
+// and no symbolic link is followed.
+bool chownTree(int dir, const char *name, uid_t uid, gid_t gid, int depth = 0)
+{
+    if (depth > 128)
+        return false;
+    bool ok = true;
+    Fd sub(::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+    if (sub.fd >= 0) {
+        DIR *listing = ::fdopendir(::dup(sub.fd));
+        if (!listing)
+            return false;
+        while (const dirent *entry = ::readdir(listing)) {
+            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+                ok = chownTree(sub.fd, entry->d_name, uid, gid, depth + 1) && ok;
+        }
+        ::closedir(listing);
+    }
+    return ::fchownat(dir, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0 && ok;
+}
+
 // Opens (making as the user where missing) home/.local/share/Trash/{files,info}.
 bool openUserTrash(const std::string &home, uid_t uid, gid_t gid, Fd *files, Fd *info)
 {
@@ -319,8 +343,12 @@ bool trash(int dir, const std::string &name, const std::string &original, const 
         if (written
             && ::syscall(
                    SYS_renameat2, dir, name.c_str(), files.fd, entry.c_str(), kRenameNoReplace)
-                == 0)
+                == 0) {
+            // The user's Trash holds the user's files, which they may empty.
+            if (!chownTree(files.fd, entry.c_str(), uid, gid))
+                std::fprintf(stderr, "train: some of the old copy stays root's in the Trash\n");
             return true;
+        }
         ::unlinkat(info.fd, (entry + ".trashinfo").c_str(), 0);
         return false;
     }
