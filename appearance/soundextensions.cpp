@@ -59,6 +59,8 @@ template <typename F> void onSoundThread(QSoundEffect *sound, F &&f)
 // The player goes when it has played or cannot play.
 void playOnce(QSoundEffect *sound)
 {
+    if (QMediaDevices::audioOutputs().isEmpty())
+        return; // nowhere to play: a machine without sound
     auto *player = new QSoundEffect(sound->audioDevice(), sound);
     player->setObjectName(sound->objectName());
     player->setVolume(sound->volume());
