@@ -42,7 +42,7 @@ bool optionKeyHeld()
 // Runs the helper as root. 0: it ran and succeeded; -1: it failed or was
 // killed; kAuthorizationCanceled: the password dialog was dismissed; any
 // other code: it could not be started.
-int runPrivilegedTool(const QString &tool, const QStringList &arguments)
+int runPrivilegedTool(const QString &tool, const QStringList &arguments, const QByteArray &input)
 {
     QString command = VXUserDefaults::standard().stringForKey(QStringLiteral("elevationCommand"));
     if (command.trimmed().isEmpty())
@@ -56,6 +56,10 @@ int runPrivilegedTool(const QString &tool, const QStringList &arguments)
         vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
         return kToolExecuteFailure;
     }
+    // pkexec passes its standard input on to the helper; a helper that
+    // never runs leaves it unread, which QProcess copes with.
+    process.write(input);
+    process.closeWriteChannel();
     process.waitForFinished(-1);
     if (process.exitStatus() != QProcess::NormalExit) {
         vxLog(QStringLiteral("!WIFEXITED"));
@@ -123,7 +127,14 @@ QString InstallerWinController::installMyselfInDestination()
     vxLog(QStringLiteral("launching %@"), destination);
     ::usleep(500000);
     vxLog(QStringLiteral("waited 0.5"));
-    vxLog(QStringLiteral("registered app: %d"), Workspace::registerBundle(destination));
+    // A system install is registered by the helper, for all users; a second
+    // entry of the user's own would only hide it. Without one (the helper
+    // could not write it, or the destination is the user's own folder) the
+    // bundle is registered for this user.
+    int registered = privileged ? Workspace::useSystemRegistration(destination) : -1;
+    if (registered != 0)
+        registered = Workspace::registerBundle(destination);
+    vxLog(QStringLiteral("registered app: %d"), registered);
     ::usleep(300000);
     vxLog(QStringLiteral("waited 0.3"));
 
@@ -162,11 +173,16 @@ bool InstallerWinController::authorizedInstall(
     QString tool = g_helperPath;
     if (tool.isEmpty())
         tool = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
+    // The helper registers a bundle it puts into the system folder for all
+    // users, from what it is told about the bundle on its standard input.
+    const QByteArray request = Workspace::helperRequest(source);
     QStringList arguments { source, destination };
+    if (!request.isEmpty())
+        arguments.prepend(QStringLiteral("--desktop-entry"));
     if (!wrapper.isEmpty())
         arguments << wrapper;
     const int status
-        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
+        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments, request);
     if (status == kAuthorizationCanceled) {
         if (canceled)
             *canceled = true;
