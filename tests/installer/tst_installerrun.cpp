@@ -5,6 +5,7 @@
 // disk, the log, the Trash, the desktop entry, the launched product and the
 // window's final state.
 #include "common/logcapture.h"
+#include "common/systemtestuser.h"
 #include "installer/productcopy.h"
 #include "installer/workspace.h"
 #include "installerfixture.h"
@@ -313,9 +314,14 @@ void TestInstallerRun::privilegedPathThroughStandInElevation_data()
     QTest::addColumn<QString>("logLine");
     // The stand-ins take the password dialog's place and nothing else: the
     // first runs the real helper as root, as pkexec would after a password.
-    QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString() << "successfully copied";
-    QTest::newRow("dialog dismissed") << "exit 126" << "" << "User canceled authorization";
-    QTest::newRow("helper fails") << "exit 3" << "Foo could not be installed" << "WEXITSTATUS";
+    QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString()
+                                << "successfully copied";
+    QTest::newRow("dialog dismissed") << "exit 126"
+                                      << ""
+                                      << "User canceled authorization";
+    QTest::newRow("helper fails") << "exit 3"
+                                  << "Foo could not be installed"
+                                  << "WEXITSTATUS";
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation()
@@ -331,14 +337,25 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     ProductFixture::write(script, ("#!/bin/sh\n" + standIn + "\n").toUtf8());
     QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner);
     const QString destination = "/opt/QuilletRunTest-" + QString::number(::getpid()) + ".app";
-    InstallerWinController::setHelperPath(QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
+    InstallerWinController::setHelperPath(
+        QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
     VXUserDefaults::standard().setObject(script, "elevationCommand");
+    SystemShareGuard share; // the helper registers what it puts into /opt
+    share.watch("dev.example.foo");
     const auto restore = qScopeGuard([&] {
         VXUserDefaults::standard().removeObject("elevationCommand");
         InstallerWinController::setHelperPath(QString());
         killProcessesUnder(destination);
         QDir(destination).removeRecursively();
     });
+    // What an earlier installer wrote for a system install: an entry of the
+    // user's own, which would hide the system one.
+    const QString userEntry
+        = QDir::homePath() + "/.local/share/applications/dev.example.foo.desktop";
+    ProductFixture::write(userEntry,
+        ("[Desktop Entry]\nType=Application\nName=Foo\nX-Quillet-Bundle=" + destination + "\n")
+            .toUtf8());
+    const auto removeUserEntry = qScopeGuard([&] { QFile::remove(userEntry); });
     Run run(fixture, { "-destinationPath", destination, "-productName", "Foo" });
     // Alt held: the privileged path even though /opt is writable for root.
     run.controller.setForcePrivileged(true);
@@ -347,11 +364,20 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     if (result.isNull()) {
         QVERIFY(text.isNull());
         QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+        // Registered once, for all users: no entry of the user's own.
+        QVERIFY(QFile(SystemShareGuard::entryFile("dev.example.foo")).open(QIODevice::ReadOnly));
+        QCOMPARE(Workspace::systemDesktopEntryPath(destination),
+            SystemShareGuard::entryFile("dev.example.foo"));
+        QVERIFY(!QFile::exists(userEntry));
+        QVERIFY(run.messages().contains("registered app: 0"));
     } else if (result.isEmpty()) {
         QVERIFY(!text.isNull() && text.isEmpty()); // nothing to show
         QVERIFY(!QFile::exists(destination));
+        QVERIFY(QFile::exists(userEntry)); // nothing installed, nothing changed
     } else {
-        QCOMPARE(text, QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it to the Applications folder."));
+        QCOMPARE(text,
+            QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it "
+                           "to the Applications folder."));
         QVERIFY(!QFile::exists(destination));
     }
     const QStringList log = run.messages();
