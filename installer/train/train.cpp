@@ -760,8 +760,17 @@ int main(int argc, char **argv)
     // the user's own folder is the installer's to register.
     const bool system = direct ? parent == allowed[0] : grandparent == allowed[0];
     std::optional<DesktopEntry::Request> entry;
-    if (withEntry)
-        entry = checkedRequest(readRequest());
+    if (withEntry) {
+        // An elevation command that does not pass standard input on leaves
+        // it empty: the bundle is installed, and the installer registers it
+        // for the user. Anything else must be a valid description.
+        if (const std::string text = readRequest(); !text.empty())
+            entry = checkedRequest(text);
+        else if (system)
+            std::fprintf(stderr,
+                "train: no entry description on standard input; the bundle "
+                "is not registered for all users\n");
+    }
     if (wrapped && !direct) {
         const std::vector<std::string> wrapper = components(argv[3]);
         if (wrapper.back() != destination[destination.size() - 2])
