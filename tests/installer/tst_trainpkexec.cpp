@@ -331,6 +331,7 @@ void TestTrainPkexec::installsThroughPkexec()
 {
     QFETCH(QString, rule);
     QFETCH(int, pkcheck);
+    SystemShareGuard::forget(m_id); // whatever an earlier row left
     m_polkit->setRule(m_user->name, rule);
     // polkitd reads rules files when they change: wait until it answers as
     // this row's rule says.
@@ -379,7 +380,6 @@ void TestTrainPkexec::installsThroughPkexec()
     QCOMPARE(QFileInfo(trashed).ownerId(), m_user->uid);
     QCOMPARE(QFileInfo(trashed + "/Contents/Resources/old-marker").ownerId(), m_user->uid);
     QVERIFY(!QFile::exists(userEntry));
-    SystemShareGuard::forget(m_id);
 }
 
 QTEST_GUILESS_MAIN(TestTrainPkexec)
