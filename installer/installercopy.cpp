@@ -4,7 +4,6 @@
 // Copy into place and launch: a plain copy when the destination is
 // writable, else the helper "train" as root through the elevation command
 // (pkexec; polkit asks for the password). Runs on the installation thread.
-#include "elevation.h"
 #include "installerwincontroller.h"
 #include "process/vxprocess.h"
 #include "productcopy.h"
@@ -20,6 +19,9 @@
 #include <unistd.h>
 
 namespace {
+constexpr int kAuthorizationCanceled = -60006; // errAuthorizationCanceled
+constexpr int kToolExecuteFailure = -60031; // errAuthorizationToolExecuteFailure
+
 QString g_helperPath;
 
 // Whether Alt (the Option key) is held now; asked on the main thread.
@@ -37,6 +39,46 @@ bool optionKeyHeld()
     return held;
 }
 
+// Runs the helper as root. 0: it ran and succeeded; -1: it failed or was
+// killed; kAuthorizationCanceled: the password dialog was dismissed; any
+// other code: it could not be started.
+int runPrivilegedTool(const QString &tool, const QStringList &arguments, const QByteArray &input)
+{
+    QString command = VXUserDefaults::standard().stringForKey(QStringLiteral("elevationCommand"));
+    if (command.trimmed().isEmpty())
+        command = QStringLiteral("pkexec");
+    QStringList parts = QProcess::splitCommand(command);
+    const QString program = parts.takeFirst();
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.start(program, parts + QStringList { tool } + arguments);
+    if (!process.waitForStarted(-1)) {
+        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
+        return kToolExecuteFailure;
+    }
+    // pkexec passes its standard input on to the helper; a helper that
+    // never runs leaves it unread, which QProcess copes with.
+    process.write(input);
+    process.closeWriteChannel();
+    process.waitForFinished(-1);
+    if (process.exitStatus() != QProcess::NormalExit) {
+        vxLog(QStringLiteral("!WIFEXITED"));
+        return -1;
+    }
+    // pkexec: 126 the dialog was dismissed, 127 not authorized or no agent.
+    switch (process.exitCode()) {
+    case 0:
+        return 0;
+    case 126:
+        return kAuthorizationCanceled;
+    case 127:
+        vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
+        return kToolExecuteFailure;
+    default:
+        vxLog(QStringLiteral("WEXITSTATUS"));
+        return -1;
+    }
+}
 } // namespace
 
 void InstallerWinController::setHelperPath(const QString &path)
@@ -85,7 +127,14 @@ QString InstallerWinController::installMyselfInDestination()
     vxLog(QStringLiteral("launching %@"), destination);
     ::usleep(500000);
     vxLog(QStringLiteral("waited 0.5"));
-    vxLog(QStringLiteral("registered app: %d"), Workspace::registerBundle(destination));
+    // A system install is registered by the helper, for all users; a second
+    // entry of the user's own would only hide it. Without one (the helper
+    // could not write it, or the destination is the user's own folder) the
+    // bundle is registered for this user.
+    int registered = privileged ? Workspace::useSystemRegistration(destination) : -1;
+    if (registered != 0)
+        registered = Workspace::registerBundle(destination);
+    vxLog(QStringLiteral("registered app: %d"), registered);
     ::usleep(300000);
     vxLog(QStringLiteral("waited 0.3"));
 
@@ -124,12 +173,17 @@ bool InstallerWinController::authorizedInstall(
     QString tool = g_helperPath;
     if (tool.isEmpty())
         tool = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
+    // The helper registers a bundle it puts into the system folder for all
+    // users, from what it is told about the bundle on its standard input.
+    const QByteArray request = Workspace::helperRequest(source);
     QStringList arguments { source, destination };
+    if (!request.isEmpty())
+        arguments.prepend(QStringLiteral("--desktop-entry"));
     if (!wrapper.isEmpty())
         arguments << wrapper;
     const int status
-        = Elevation::runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments);
-    if (status == Elevation::kAuthorizationCanceled) {
+        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments, request);
+    if (status == kAuthorizationCanceled) {
         if (canceled)
             *canceled = true;
         return false;

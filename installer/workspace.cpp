@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: MIT
 #include "workspace.h"
 
+#include "desktopentry.h"
 #include "utilities/vxbundle.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileIconProvider>
 #include <QFileInfo>
 #include <QImageReader>
+#include <QPainter>
 #include <QProcess>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -36,30 +39,55 @@ QString iconFileOf(const VXBundle &bundle)
 
 QString entryId(const VXBundle &bundle)
 {
-    QString id = bundle.bundleIdentifier();
-    if (id.isEmpty())
-        id = QStringLiteral("quillet.") + QFileInfo(bundle.bundlePath()).completeBaseName();
-    // Desktop file ids are reverse-DNS names; keep them to safe characters.
-    for (QChar &c : id)
-        if (!c.isLetterOrNumber() && c != QLatin1Char('.') && c != QLatin1Char('-')
-            && c != QLatin1Char('_'))
-            c = QLatin1Char('_');
-    return id;
+    return QString::fromStdString(DesktopEntry::fileId(bundle.bundleIdentifier().toStdString(),
+        QFileInfo(bundle.bundlePath()).completeBaseName().toStdString()));
 }
 
-// Desktop Entry Specification, "The Exec key": quote arguments that need it.
-QString quotedExec(const QString &program)
+QString displayName(const VXBundle &bundle)
 {
-    QString escaped = program;
-    for (const char *special : { "\\", "\"", "`", "$" })
-        escaped.replace(QLatin1String(special), QLatin1String("\\") + QLatin1String(special));
-    return QLatin1Char('"') + escaped + QLatin1Char('"');
+    QString name = bundle.stringForInfoKey(QStringLiteral("CFBundleDisplayName"));
+    if (name.isEmpty())
+        name = bundle.stringForInfoKey(QStringLiteral("CFBundleName"));
+    if (name.isEmpty())
+        name = QFileInfo(bundle.bundlePath()).completeBaseName();
+    return name;
 }
 
-QString escapeValue(QString value)
+// The bundle's icon as a square PNG for the hicolor theme, the picture
+// scaled to fit and centred; empty when there is no readable icon.
+QByteArray iconPng(const VXBundle &bundle)
 {
-    return value.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
-        .replace(QLatin1Char('\n'), QLatin1String("\\n"));
+    const QString iconFile = iconFileOf(bundle);
+    if (iconFile.isEmpty())
+        return QByteArray();
+    const QImage image = QImageReader(iconFile).read();
+    if (image.isNull())
+        return QByteArray();
+    constexpr int size = DesktopEntry::kIconSize;
+    const QImage scaled = image.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    QImage square(size, size, QImage::Format_ARGB32);
+    square.fill(Qt::transparent);
+    QPainter(&square).drawImage((size - scaled.width()) / 2, (size - scaled.height()) / 2, scaled);
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    return square.save(&buffer, "PNG") ? png : QByteArray();
+}
+
+QString systemEntryPath(const QString &id)
+{
+    return QString::fromUtf8(DesktopEntry::kSystemDataFolder) + QLatin1String("/applications/") + id
+        + QLatin1String(".desktop");
+}
+
+// The value of X-Quillet-Bundle in an entry file; null when there is none.
+QString bundleOfEntry(const QString &entryPath)
+{
+    QFile file(entryPath);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    const auto value = DesktopEntry::value(file.read(1 << 16).toStdString(), "X-Quillet-Bundle");
+    return value ? QString::fromStdString(*value) : QString();
 }
 } // namespace
 
@@ -77,45 +105,61 @@ int Workspace::registerBundle(const QString &bundlePath)
     if (!bundle || bundle->executablePath().isEmpty())
         return -1;
     const QString id = entryId(*bundle);
-    QString name = bundle->stringForInfoKey(QStringLiteral("CFBundleDisplayName"));
-    if (name.isEmpty())
-        name = bundle->stringForInfoKey(QStringLiteral("CFBundleName"));
-    if (name.isEmpty())
-        name = QFileInfo(bundlePath).completeBaseName();
+    DesktopEntry::Fields fields { displayName(*bundle).toStdString(),
+        bundle->executablePath().toStdString(), bundlePath.toStdString(), std::string(),
+        bundle->stringForInfoKey(QStringLiteral("CFBundleShortVersionString")).toStdString() };
 
-    QString icon;
-    const QString iconFile = iconFileOf(*bundle);
-    if (!iconFile.isEmpty()) {
-        QImageReader reader(iconFile);
-        const QImage image = reader.read();
-        if (!image.isNull()) {
-            const QString themed
-                = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
-                + QLatin1String("/icons/hicolor/256x256/apps/") + id + QLatin1String(".png");
-            QDir().mkpath(QFileInfo(themed).path());
-            if (image.scaled(256, 256, Qt::KeepAspectRatio, Qt::SmoothTransformation)
-                    .save(themed, "PNG"))
-                icon = themed;
-        }
+    const QByteArray png = iconPng(*bundle);
+    if (!png.isEmpty()) {
+        const QString themed = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+            + QLatin1Char('/') + QString::fromUtf8(DesktopEntry::kIconFolder) + QLatin1Char('/')
+            + id + QLatin1String(".png");
+        QDir().mkpath(QFileInfo(themed).path());
+        QSaveFile icon(themed);
+        if (icon.open(QIODevice::WriteOnly) && icon.write(png) == png.size() && icon.commit())
+            fields.icon = themed.toStdString();
     }
-
-    QString entry = QStringLiteral("[Desktop Entry]\nType=Application\nVersion=1.0\n");
-    entry += QStringLiteral("Name=%1\n").arg(escapeValue(name));
-    entry += QStringLiteral("Exec=%1\n").arg(quotedExec(bundle->executablePath()));
-    entry += QStringLiteral("Path=%1\n").arg(escapeValue(bundlePath));
-    if (!icon.isEmpty())
-        entry += QStringLiteral("Icon=%1\n").arg(escapeValue(icon));
-    const QString version = bundle->stringForInfoKey(QStringLiteral("CFBundleShortVersionString"));
-    if (!version.isEmpty())
-        entry += QStringLiteral("X-Quillet-Version=%1\n").arg(escapeValue(version));
-    entry += QStringLiteral("X-Quillet-Bundle=%1\n").arg(escapeValue(bundlePath));
-    entry += QStringLiteral("Terminal=false\n");
 
     QDir().mkpath(applicationsFolder());
     QSaveFile file(applicationsFolder() + QLatin1Char('/') + id + QLatin1String(".desktop"));
-    if (!file.open(QIODevice::WriteOnly) || file.write(entry.toUtf8()) < 0 || !file.commit())
+    const std::string entry = DesktopEntry::text(fields);
+    if (!file.open(QIODevice::WriteOnly)
+        || file.write(entry.data(), qint64(entry.size())) != qint64(entry.size()) || !file.commit())
         return -1;
     noteFileSystemChanged(applicationsFolder());
+    return 0;
+}
+
+QByteArray Workspace::helperRequest(const QString &bundlePath)
+{
+    const auto bundle = VXBundle::open(bundlePath);
+    if (!bundle)
+        return QByteArray();
+    const QString executable = bundle->executablePath();
+    const QString inside = QDir(bundlePath).relativeFilePath(executable);
+    if (executable.isEmpty() || inside.startsWith(QLatin1String("..")))
+        return QByteArray();
+    const std::string text = DesktopEntry::requestText(
+        { entryId(*bundle).toStdString(), displayName(*bundle).toStdString(),
+            bundle->stringForInfoKey(QStringLiteral("CFBundleShortVersionString")).toStdString(),
+            inside.toStdString(), iconPng(*bundle).toStdString() });
+    return QByteArray(text.data(), qsizetype(text.size()));
+}
+
+QString Workspace::systemDesktopEntryPath(const QString &bundlePath)
+{
+    const auto bundle = VXBundle::open(bundlePath);
+    return bundle ? systemEntryPath(entryId(*bundle)) : QString();
+}
+
+int Workspace::useSystemRegistration(const QString &bundlePath)
+{
+    const auto bundle = VXBundle::open(bundlePath);
+    if (!bundle || bundleOfEntry(systemEntryPath(entryId(*bundle))) != bundlePath)
+        return -1;
+    const QString own = desktopEntryPath(bundlePath);
+    if (bundleOfEntry(own) == bundlePath && QFile::remove(own))
+        noteFileSystemChanged(applicationsFolder());
     return 0;
 }
 

@@ -20,6 +20,21 @@ int registerBundle(const QString &bundlePath);
 // Where registerBundle writes the entry of this bundle.
 QString desktopEntryPath(const QString &bundlePath);
 
+// What the helper "train" needs to register the bundle for all users once
+// it has put it in place (DesktopEntry::Request, read from this copy of the
+// bundle); empty when the bundle has no executable.
+QByteArray helperRequest(const QString &bundlePath);
+
+// Where the helper writes the system-wide entry of this bundle.
+QString systemDesktopEntryPath(const QString &bundlePath);
+
+// After the helper installed the bundle: 0 when its system-wide entry names
+// this bundle, so no entry of the user's own is needed; a per-user entry for
+// the same bundle (as earlier versions wrote) is then removed, because it
+// would hide the system one in this user's menus. -1 when there is no such
+// system entry: the caller registers the bundle for the user instead.
+int useSystemRegistration(const QString &bundlePath);
+
 // The bundle's icon (CFBundleIconFile: .icns, .png, .svg), else the theme's
 // icon for the file's type; a null icon when there is none.
 QIcon iconForFile(const QString &path);

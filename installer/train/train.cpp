@@ -3,7 +3,7 @@
 //
 // train: puts a product bundle into a shared Applications folder as root.
 //
-//   train SOURCE.app DESTINATION.app [WRAPPER]
+//   train [--desktop-entry] SOURCE.app DESTINATION.app [WRAPPER]
 //
 // Started through pkexec by the installer of the user named by PKEXEC_UID
 // (without pkexec: the calling user). It trusts nothing that user controls:
@@ -19,13 +19,20 @@
 //    destination (set-user-ID, set-group-ID and world-write bits dropped),
 //    then exchanged with the old copy in one step (renameat2), so the
 //    destination always holds either the old or the complete new bundle;
-//  - the old copy goes to the user's Trash, never deleted, and becomes the
-//    user's (so the user can empty the Trash). When the Trash is on another
-//    file system than the destination, nothing is replaced.
+//  - the old copy goes to the user's Trash, never deleted: the home trash
+//    when it is on the same file system, else the volume's own trash; it is
+//    handed over to the user there, so that they can empty it;
+//  - with --desktop-entry, standard input describes the bundle
+//    (DesktopEntry::Request); the description is checked before anything is
+//    copied, and a bundle put into /opt gets a desktop entry and an icon in
+//    /usr/local/share, written without following links.
 // Exit status 0: installed; anything else: refused or failed, nothing
 // replaced, the reason on standard error.
+#include "../desktopentry.h"
+
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,12 +40,15 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <optional>
+#include <poll.h>
 #include <pwd.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -239,66 +249,103 @@ void removeAt(int dir, const char *name, int depth = 0)
     ::unlinkat(dir, name, AT_REMOVEDIR);
 }
 
-// Gives dir/name and everything below it to the user, deepest entries
-// first: the user gains a folder only when nothing in it is left to change,
-// and no symbolic link is followed.
-bool chownTree(int dir, const char *name, uid_t uid, gid_t gid, int depth = 0)
+// A folder in dir, made (mode 0700, owned by the user) where missing; an
+// existing one must be a folder, not a link.
+int openUserFolder(int dir, const char *name, uid_t uid, gid_t gid)
 {
-    if (depth > 128)
-        return false;
-    bool ok = true;
-    Fd sub(::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
-    if (sub.fd >= 0) {
-        DIR *listing = ::fdopendir(::dup(sub.fd));
-        if (!listing)
-            return false;
-        while (const dirent *entry = ::readdir(listing)) {
-            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-                ok = chownTree(sub.fd, entry->d_name, uid, gid, depth + 1) && ok;
+    int fd = ::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT && ::mkdirat(dir, name, 0700) == 0) {
+        fd = ::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
+        if (fd >= 0 && ::fchown(fd, uid, gid) != 0) {
+            ::close(fd);
+            fd = -1;
         }
-        ::closedir(listing);
     }
-    return ::fchownat(dir, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0 && ok;
+    return fd;
 }
 
-// Opens (making as the user where missing) home/.local/share/Trash/{files,info}.
-bool openUserTrash(const std::string &home, uid_t uid, gid_t gid, Fd *files, Fd *info)
+bool ownedBy(int fd, uid_t uid)
 {
-    std::vector<std::string> parts = components(home + "/.local/share/Trash/x");
+    struct stat st;
+    return ::fstat(fd, &st) == 0 && st.st_uid == uid;
+}
+
+// A trash folder's files/ and info/, and the folder that relative Path=
+// values in its info files start from (empty for the home trash).
+struct TrashFolder
+{
+    Fd files, info;
+    std::string top;
+};
+
+bool openFilesAndInfo(int trash, uid_t uid, gid_t gid, TrashFolder *out)
+{
+    out->files = Fd(openUserFolder(trash, "files", uid, gid));
+    out->info = Fd(openUserFolder(trash, "info", uid, gid));
+    return out->files.fd >= 0 && out->info.fd >= 0;
+}
+
+// The home trash, $XDG_DATA_HOME/Trash with the default XDG_DATA_HOME (the
+// user's environment is not ours to trust), when the home folder is on the
+// file system `device`. Missing folders below the home folder are made as
+// the user's.
+bool openHomeTrash(const std::string &home, dev_t device, uid_t uid, gid_t gid, TrashFolder *out)
+{
+    std::vector<std::string> parts = components(home + "/x");
     parts.pop_back();
     Fd dir(::open("/", O_DIRECTORY | O_PATH | O_CLOEXEC));
-    const size_t homeDepth = components(home + "/x").size() - 1;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        int next
-            = ::openat(dir.fd, parts[i].c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
-        if (next < 0 && errno == ENOENT && i >= homeDepth) {
-            if (::mkdirat(dir.fd, parts[i].c_str(), 0700) != 0)
-                return false;
-            next = ::openat(
-                dir.fd, parts[i].c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
-            if (next >= 0 && ::fchown(next, uid, gid) != 0) {
-                ::close(next);
-                return false;
-            }
-        }
-        if (next < 0)
+    for (const std::string &part : parts) {
+        dir = Fd(::openat(dir.fd, part.c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+        if (dir.fd < 0)
             return false;
-        dir = Fd(next);
     }
-    for (auto [name, out] : { std::pair { "files", files }, std::pair { "info", info } }) {
-        int fd = ::openat(dir.fd, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
-        if (fd < 0 && errno == ENOENT && ::mkdirat(dir.fd, name, 0700) == 0) {
-            fd = ::openat(dir.fd, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
-            if (fd >= 0 && ::fchown(fd, uid, gid) != 0) {
-                ::close(fd);
-                fd = -1;
-            }
-        }
-        if (fd < 0)
+    struct stat st;
+    if (::fstat(dir.fd, &st) != 0 || st.st_dev != device)
+        return false;
+    for (const char *part : { ".local", "share", "Trash" }) {
+        dir = Fd(openUserFolder(dir.fd, part, uid, gid));
+        if (dir.fd < 0)
             return false;
-        *out = Fd(fd);
     }
-    return true;
+    return openFilesAndInfo(dir.fd, uid, gid, out);
+}
+
+// The trash of the volume holding `dir` (Trash specification, "Trash
+// directories"): its top folder is the last one on the way up to "/" on the
+// same device; there $topdir/.Trash/$uid when the administrator made
+// $topdir/.Trash (a folder with the sticky bit, not a link), else
+// $topdir/.Trash-$uid. Either must be the user's.
+bool openVolumeTrash(int dir, const std::string &dirPath, uid_t uid, gid_t gid, TrashFolder *out)
+{
+    Fd top(::dup(dir));
+    std::string topPath = dirPath;
+    struct stat current;
+    if (top.fd < 0 || ::fstat(top.fd, &current) != 0)
+        return false;
+    for (int depth = 0; topPath.size() > 1 && depth < 256; ++depth) {
+        Fd parent(::openat(top.fd, "..", O_DIRECTORY | O_RDONLY | O_CLOEXEC));
+        struct stat st;
+        if (parent.fd < 0 || ::fstat(parent.fd, &st) != 0)
+            return false;
+        if (st.st_dev != current.st_dev || st.st_ino == current.st_ino)
+            break;
+        top = std::move(parent);
+        current = st;
+        topPath.resize(topPath.rfind('/'));
+        if (topPath.empty())
+            topPath = "/";
+    }
+    out->top = topPath;
+    const std::string uidName = std::to_string(uid);
+    Fd shared(::openat(top.fd, ".Trash", O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+    struct stat st;
+    if (shared.fd >= 0 && ::fstat(shared.fd, &st) == 0 && (st.st_mode & S_ISVTX)) {
+        Fd own(openUserFolder(shared.fd, uidName.c_str(), uid, gid));
+        if (own.fd >= 0 && ownedBy(own.fd, uid) && openFilesAndInfo(own.fd, uid, gid, out))
+            return true;
+    }
+    Fd own(openUserFolder(top.fd, (".Trash-" + uidName).c_str(), uid, gid));
+    return own.fd >= 0 && ownedBy(own.fd, uid) && openFilesAndInfo(own.fd, uid, gid, out);
 }
 
 std::string percentEncoded(const std::string &path)
@@ -314,18 +361,78 @@ std::string percentEncoded(const std::string &path)
     return out;
 }
 
+// Hands a tree that now lies in the user's Trash over to the user, so that
+// they can empty it, children first: a folder stays root's, and so closed
+// to everybody else, until everything in it is done, and the walk goes by
+// descriptor without following links. Intended: an item with more than one
+// link stays root's (its other name may be anywhere), and so does a folder
+// that is not root's alone, with its contents (someone else could change it
+// under the walk). Answers whether everything was handed over.
+bool giveToUser(int fd, bool folder, uid_t uid, gid_t gid, int depth = 0)
+{
+    struct stat st;
+    if (::fstat(fd, &st) != 0)
+        return false;
+    if (st.st_uid != 0)
+        return st.st_uid == uid;
+    if (!folder)
+        return st.st_nlink == 1
+            && ::fchownat(fd, "", uid, gid, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) == 0;
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) || depth > 128)
+        return false;
+    DIR *listing = ::fdopendir(::dup(fd));
+    if (!listing)
+        return false;
+    bool all = true;
+    while (const dirent *entry = ::readdir(listing)) {
+        const char *name = entry->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+            continue;
+        struct stat child;
+        if (::fstatat(fd, name, &child, AT_SYMLINK_NOFOLLOW) != 0) {
+            all = false;
+        } else if (S_ISDIR(child.st_mode)) {
+            Fd sub(::openat(fd, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+            all = sub.fd >= 0 && giveToUser(sub.fd, true, uid, gid, depth + 1) && all;
+        } else if (child.st_uid == 0) {
+            all = child.st_nlink == 1 && ::fchownat(fd, name, uid, gid, AT_SYMLINK_NOFOLLOW) == 0
+                && all;
+        }
+    }
+    ::closedir(listing);
+    return ::fchown(fd, uid, gid) == 0 && all;
+}
+
 // Moves dir/name into the user's Trash as "original" came from (freedesktop
-// Trash specification: the info file first, then the item).
+// Trash specification: the info file first, then the item), and makes it
+// the user's. The home trash when it is on the same file system, else the
+// volume's own; when neither can take it, nothing is moved.
 bool trash(int dir, const std::string &name, const std::string &original, const std::string &home,
     uid_t uid, gid_t gid)
 {
-    Fd files, info;
-    if (!openUserTrash(home, uid, gid, &files, &info))
+    struct stat folder, item;
+    if (::fstat(dir, &folder) != 0 || ::fstatat(dir, name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0)
         return false;
+    TrashFolder trash;
+    const std::string dirPath = original.substr(0, original.rfind('/'));
+    if (!openHomeTrash(home, folder.st_dev, uid, gid, &trash)
+        && !openVolumeTrash(dir, dirPath, uid, gid, &trash))
+        return false;
+    const bool isFolder = S_ISDIR(item.st_mode);
+    const Fd held(::openat(
+        dir, name.c_str(), (isFolder ? O_DIRECTORY | O_RDONLY : O_PATH) | O_NOFOLLOW | O_CLOEXEC));
+    struct stat heldStat;
+    if (held.fd < 0 || ::fstat(held.fd, &heldStat) != 0 || heldStat.st_ino != item.st_ino)
+        return false;
+    // Volume trashes hold paths relative to their top folder.
+    std::string recorded = original;
+    if (!trash.top.empty())
+        recorded = trash.top == "/" ? original.substr(1) : original.substr(trash.top.size() + 1);
+
     const std::string base = original.substr(original.rfind('/') + 1);
     for (int n = 1; n < 1000; ++n) {
         const std::string entry = n == 1 ? base : base + "." + std::to_string(n);
-        Fd infoFile(::openat(info.fd, (entry + ".trashinfo").c_str(),
+        Fd infoFile(::openat(trash.info.fd, (entry + ".trashinfo").c_str(),
             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (infoFile.fd < 0) {
             if (errno == EEXIST)
@@ -337,30 +444,285 @@ bool trash(int dir, const std::string &name, const std::string &original, const 
         struct tm local;
         std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", ::localtime_r(&now, &local));
         const std::string text
-            = "[Trash Info]\nPath=" + percentEncoded(original) + "\nDeletionDate=" + date + "\n";
+            = "[Trash Info]\nPath=" + percentEncoded(recorded) + "\nDeletionDate=" + date + "\n";
         const bool written = ::write(infoFile.fd, text.data(), text.size()) == ssize_t(text.size())
             && ::fchown(infoFile.fd, uid, gid) == 0;
         if (written
-            && ::syscall(
-                   SYS_renameat2, dir, name.c_str(), files.fd, entry.c_str(), kRenameNoReplace)
+            && ::syscall(SYS_renameat2, dir, name.c_str(), trash.files.fd, entry.c_str(),
+                   kRenameNoReplace)
                 == 0) {
-            // The user's Trash holds the user's files, which they may empty.
-            if (!chownTree(files.fd, entry.c_str(), uid, gid))
-                std::fprintf(stderr, "train: some of the old copy stays root's in the Trash\n");
+            struct stat moved;
+            if (::fstatat(trash.files.fd, entry.c_str(), &moved, AT_SYMLINK_NOFOLLOW) != 0
+                || moved.st_ino != item.st_ino || moved.st_dev != item.st_dev
+                || !giveToUser(held.fd, isFolder, uid, gid))
+                std::fprintf(stderr,
+                    "train: the old copy is in the Trash, but not all of it is the user's\n");
             return true;
         }
-        ::unlinkat(info.fd, (entry + ".trashinfo").c_str(), 0);
+        ::unlinkat(trash.info.fd, (entry + ".trashinfo").c_str(), 0);
         return false;
     }
     return false;
+}
+
+// What the installer says about the bundle (DesktopEntry::Request), read
+// from standard input with limits, so that a writer that never finishes or
+// never stops cannot hold the helper.
+std::string readRequest()
+{
+    constexpr size_t kLimit = 4 << 20;
+    constexpr int kSeconds = 30;
+    const time_t deadline = std::time(nullptr) + kSeconds;
+    std::string text;
+    char buffer[1 << 16];
+    for (;;) {
+        const time_t left = deadline - std::time(nullptr);
+        struct pollfd in = { STDIN_FILENO, POLLIN, 0 };
+        const int ready = left > 0 ? ::poll(&in, 1, int(left) * 1000) : 0;
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0)
+            refuse("no complete entry description on standard input within "
+                + std::to_string(kSeconds) + " s");
+        const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            refuse("cannot read the entry description");
+        if (n == 0)
+            return text;
+        text.append(buffer, size_t(n));
+        if (text.size() > kLimit)
+            refuse("the entry description is too long");
+    }
+}
+
+// Text without control characters, in well-formed UTF-8 (lead and
+// continuation bytes; desktop entries are UTF-8).
+bool isPlainText(const std::string &s, size_t limit)
+{
+    if (s.size() > limit)
+        return false;
+    for (size_t i = 0; i < s.size();) {
+        const unsigned char c = s[i];
+        if (c < 0x20 || c == 0x7f)
+            return false;
+        const size_t more = c < 0x80 ? 0
+            : c >= 0xc2 && c < 0xe0  ? 1
+            : c >= 0xe0 && c < 0xf0  ? 2
+            : c >= 0xf0 && c < 0xf5  ? 3
+                                     : 4;
+        if (more == 4 || i + more >= s.size())
+            return false;
+        for (size_t k = 1; k <= more; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) & 0xc0) != 0x80)
+                return false;
+        i += more + 1;
+    }
+    return true;
+}
+
+uint32_t bigEndian32(const std::string &s, size_t at)
+{
+    return uint32_t(static_cast<unsigned char>(s[at])) << 24
+        | uint32_t(static_cast<unsigned char>(s[at + 1])) << 16
+        | uint32_t(static_cast<unsigned char>(s[at + 2])) << 8
+        | uint32_t(static_cast<unsigned char>(s[at + 3]));
+}
+
+// The request, checked before anything is copied: a refusal leaves the
+// system as it was.
+DesktopEntry::Request checkedRequest(const std::string &text)
+{
+    std::string why;
+    std::optional<DesktopEntry::Request> request = DesktopEntry::parseRequest(text, &why);
+    if (!request)
+        refuse(why);
+    if (!DesktopEntry::isSafeFileId(request->identifier))
+        refuse("the bundle identifier is not a safe file name: " + request->identifier);
+    if (request->name.empty() || !isPlainText(request->name, 256))
+        refuse("the application name is empty, too long or not plain text");
+    if (!isPlainText(request->version, 64))
+        refuse("the version is too long or not plain text");
+    const std::string &exec = request->executable;
+    if (exec.empty() || exec[0] == '/' || !isPlainText(exec, 1024))
+        refuse("the executable is not a path inside the bundle");
+    components("/" + exec); // no ".", "..", empty or control-character parts
+    // PNG: the signature, then the IHDR chunk with the width and height.
+    const std::string &png = request->iconPng;
+    static const char signature[] = "\x89PNG\r\n\x1a\n";
+    if (!png.empty()
+        && (png.size() < 24 || png.size() > (2 << 20) || png.compare(0, 8, signature) != 0
+            || png.compare(12, 4, "IHDR") != 0
+            || bigEndian32(png, 16) != uint32_t(DesktopEntry::kIconSize)
+            || bigEndian32(png, 20) != uint32_t(DesktopEntry::kIconSize)))
+        refuse("the icon is not a " + std::to_string(DesktopEntry::kIconSize) + " pixel PNG");
+    return *request;
+}
+
+// A folder walked from "/" without following links; -1 when a part is
+// missing or a link.
+int openFolder(const std::string &path)
+{
+    Fd dir(::open("/", O_DIRECTORY | O_PATH | O_CLOEXEC));
+    for (const std::string &part : components(path)) {
+        dir = Fd(::openat(dir.fd, part.c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+        if (dir.fd < 0)
+            return -1;
+    }
+    return std::exchange(dir.fd, -1);
+}
+
+// A folder in dir, made root's (0755) where missing, never through a link.
+int openSharedFolder(int dir, const char *name)
+{
+    int fd = ::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT && (::mkdirat(dir, name, 0755) == 0 || errno == EEXIST))
+        fd = ::openat(dir, name, O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC);
+    return fd;
+}
+
+// Replaces dir/name with a file holding data: written under a temporary
+// name made with O_EXCL (never an existing file, never through a link),
+// then renamed over the old one, so readers see the old or the new file.
+bool writeReplacing(int dir, const std::string &name, const std::string &data)
+{
+    const std::string temporary = "." + name + ".train-" + std::to_string(::getpid());
+    ::unlinkat(dir, temporary.c_str(), 0); // a leftover of an earlier helper with this pid
+    Fd out(::openat(
+        dir, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (out.fd < 0)
+        return false;
+    const bool written = ::write(out.fd, data.data(), data.size()) == ssize_t(data.size())
+        && ::fchmod(out.fd, 0644) == 0 && ::fsync(out.fd) == 0;
+    if (written && ::renameat(dir, temporary.c_str(), dir, name.c_str()) == 0)
+        return true;
+    ::unlinkat(dir, temporary.c_str(), 0);
+    return false;
+}
+
+// A regular file's text, at most limit bytes; empty when it is anything else.
+std::string readSmallFile(int dir, const char *name, size_t limit)
+{
+    Fd in(::openat(dir, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    if (in.fd < 0 || ::fstat(in.fd, &st) != 0 || !S_ISREG(st.st_mode) || size_t(st.st_size) > limit)
+        return std::string();
+    std::string text(size_t(st.st_size), '\0');
+    const ssize_t n = ::read(in.fd, text.data(), text.size());
+    text.resize(n > 0 ? size_t(n) : 0);
+    return text;
+}
+
+// Entries of ours under other ids that name the same bundle (its
+// identifier changed): removed with their icons, so that the bundle has one
+// entry.
+void removeOtherEntries(int applications, int icons, const std::string &id,
+    const std::string &bundlePath, const std::string &iconFolder)
+{
+    DIR *listing = ::fdopendir(::dup(applications));
+    if (!listing)
+        return;
+    std::vector<std::string> stale;
+    while (const dirent *entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (!endsWith(name, ".desktop") || name == id + ".desktop" || name[0] == '.')
+            continue;
+        const std::string text = readSmallFile(applications, name.c_str(), 1 << 16);
+        if (DesktopEntry::value(text, "X-Quillet-Bundle") == bundlePath)
+            stale.push_back(name.substr(0, name.size() - 8));
+    }
+    ::closedir(listing);
+    for (const std::string &other : stale) {
+        const std::string text = readSmallFile(applications, (other + ".desktop").c_str(), 1 << 16);
+        ::unlinkat(applications, (other + ".desktop").c_str(), 0);
+        if (DesktopEntry::value(text, "Icon") == iconFolder + "/" + other + ".png")
+            ::unlinkat(icons, (other + ".png").c_str(), 0);
+    }
+}
+
+void updateDesktopDatabase(const std::string &folder)
+{
+    const char *tool = "/usr/bin/update-desktop-database";
+    if (::access(tool, X_OK) != 0)
+        return;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int null = ::open("/dev/null", O_RDONLY);
+        if (null >= 0)
+            ::dup2(null, STDIN_FILENO);
+        char *const argv[] = { const_cast<char *>(tool), const_cast<char *>("-q"),
+            const_cast<char *>(folder.c_str()), nullptr };
+        char *const env[] = { const_cast<char *>("PATH=/usr/sbin:/usr/bin:/sbin:/bin"),
+            const_cast<char *>("LC_ALL=C"), nullptr };
+        ::execve(tool, argv, env);
+        ::_exit(127);
+    }
+    int status = 0;
+    if (child > 0)
+        ::waitpid(child, &status, 0);
+}
+
+// The desktop entry of the bundle now at destinationPath, for all users
+// (Desktop Entry Specification; the icon in the hicolor theme of the same
+// data folder). Answers why it could not be written; empty when it was.
+std::string registerSystemWide(
+    int destinationDir, const std::string &destinationPath, const DesktopEntry::Request &request)
+{
+    // The program must be a file of the installed bundle, reached without
+    // links.
+    std::vector<std::string> exec = components("/" + request.executable);
+    const std::string bundleName = destinationPath.substr(destinationPath.rfind('/') + 1);
+    exec.insert(exec.begin(), bundleName);
+    Fd dir(::dup(destinationDir));
+    for (size_t i = 0; i + 1 < exec.size() && dir.fd >= 0; ++i)
+        dir = Fd(
+            ::openat(dir.fd, exec[i].c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC));
+    struct stat st;
+    if (dir.fd < 0 || ::fstatat(dir.fd, exec.back().c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0
+        || !S_ISREG(st.st_mode) || !(st.st_mode & 0111))
+        return "the executable is not a program file in the bundle";
+
+    const std::string data(DesktopEntry::kSystemDataFolder);
+    const Fd share(openFolder(data));
+    const Fd applications(share.fd >= 0 ? openSharedFolder(share.fd, "applications") : -1);
+    if (applications.fd < 0)
+        return "cannot open " + data + "/applications (missing, or a symbolic link)";
+    // The icon folders are made only for an icon to go there.
+    Fd icons(::dup(share.fd));
+    const std::string iconFolder = data + "/" + std::string(DesktopEntry::kIconFolder);
+    for (const std::string &part : components("/" + std::string(DesktopEntry::kIconFolder)))
+        if (icons.fd >= 0)
+            icons = Fd(request.iconPng.empty() ? ::openat(
+                           icons.fd, part.c_str(), O_DIRECTORY | O_NOFOLLOW | O_RDONLY | O_CLOEXEC)
+                                               : openSharedFolder(icons.fd, part.c_str()));
+
+    const std::string &id = request.identifier;
+    DesktopEntry::Fields fields { request.name, destinationPath + "/" + request.executable,
+        destinationPath, std::string(), request.version };
+    if (!request.iconPng.empty() && icons.fd >= 0
+        && writeReplacing(icons.fd, id + ".png", request.iconPng))
+        fields.icon = iconFolder + "/" + id + ".png";
+    else if (request.iconPng.empty() && icons.fd >= 0)
+        ::unlinkat(icons.fd, (id + ".png").c_str(), 0); // an icon the bundle no longer has
+    if (!writeReplacing(applications.fd, id + ".desktop", DesktopEntry::text(fields)))
+        return "cannot write " + data + "/applications/" + id + ".desktop";
+    removeOtherEntries(applications.fd, icons.fd, id, destinationPath, iconFolder);
+    updateDesktopDatabase(data + "/applications");
+    return std::string();
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
+    const bool withEntry = argc > 1 && std::strcmp(argv[1], "--desktop-entry") == 0;
+    if (withEntry) {
+        --argc;
+        ++argv;
+    }
     if (argc != 3 && argc != 4)
-        refuse("usage: train SOURCE.app DESTINATION.app [WRAPPER]");
+        refuse("usage: train [--desktop-entry] SOURCE.app DESTINATION.app [WRAPPER]");
     ::umask(022);
 
     uid_t uid = ::getuid();
@@ -376,6 +738,7 @@ int main(int argc, char **argv)
         refuse("unknown user");
     const gid_t gid = user->pw_gid;
     const std::string home = user->pw_dir;
+    components(home + "/x"); // checked now: the Trash is walked from it later
 
     const std::string sourcePath = argv[1], destinationPath = argv[2];
     const std::vector<std::string> source = components(sourcePath);
@@ -393,6 +756,21 @@ int main(int argc, char **argv)
     const bool wrapped = argc == 4 && (grandparent == allowed[0] || grandparent == allowed[1]);
     if (!direct && !wrapped)
         refuse("the destination is not in an Applications folder: " + destinationPath);
+    // Only a bundle in the system folder is registered for all users; one in
+    // the user's own folder is the installer's to register.
+    const bool system = direct ? parent == allowed[0] : grandparent == allowed[0];
+    std::optional<DesktopEntry::Request> entry;
+    if (withEntry) {
+        // An elevation command that does not pass standard input on leaves
+        // it empty: the bundle is installed, and the installer registers it
+        // for the user. Anything else must be a valid description.
+        if (const std::string text = readRequest(); !text.empty())
+            entry = checkedRequest(text);
+        else if (system)
+            std::fprintf(stderr,
+                "train: no entry description on standard input; the bundle "
+                "is not registered for all users\n");
+    }
     if (wrapped && !direct) {
         const std::vector<std::string> wrapper = components(argv[3]);
         if (wrapper.back() != destination[destination.size() - 2])
@@ -434,20 +812,29 @@ int main(int argc, char **argv)
             removeAt(destinationDir.fd, staging.c_str());
             refuse("cannot put the bundle in place", 3);
         }
-        return 0;
+    } else {
+        if (::syscall(SYS_renameat2, destinationDir.fd, staging.c_str(), destinationDir.fd,
+                name.c_str(), kRenameExchange)
+            != 0) {
+            removeAt(destinationDir.fd, staging.c_str());
+            refuse("cannot exchange the old bundle for the new one", 3);
+        }
+        if (!trash(destinationDir.fd, staging, destinationPath, home, uid, gid)) {
+            // Back as it was: the old copy in place, the new one removed.
+            ::syscall(SYS_renameat2, destinationDir.fd, staging.c_str(), destinationDir.fd,
+                name.c_str(), kRenameExchange);
+            removeAt(destinationDir.fd, staging.c_str());
+            refuse("cannot move the old copy to the Trash; nothing was replaced", 4);
+        }
     }
-    if (::syscall(SYS_renameat2, destinationDir.fd, staging.c_str(), destinationDir.fd,
-            name.c_str(), kRenameExchange)
-        != 0) {
-        removeAt(destinationDir.fd, staging.c_str());
-        refuse("cannot exchange the old bundle for the new one", 3);
-    }
-    if (!trash(destinationDir.fd, staging, destinationPath, home, uid, gid)) {
-        // Back as it was: the old copy in place, the new one removed.
-        ::syscall(SYS_renameat2, destinationDir.fd, staging.c_str(), destinationDir.fd,
-            name.c_str(), kRenameExchange);
-        removeAt(destinationDir.fd, staging.c_str());
-        refuse("cannot move the old copy to the Trash; nothing was replaced", 4);
+
+    // The bundle is in place: a registration that fails is reported, but it
+    // does not make the installation a failure.
+    if (entry && system) {
+        const std::string why = registerSystemWide(destinationDir.fd, destinationPath, *entry);
+        if (!why.empty())
+            std::fprintf(
+                stderr, "train: installed, but not registered for all users: %s\n", why.c_str());
     }
     return 0;
 }

@@ -6,6 +6,7 @@
 // window's final state.
 #include "common/audiorecording.h"
 #include "common/logcapture.h"
+#include "common/systemtestuser.h"
 #include "installer/productcopy.h"
 #include "installer/workspace.h"
 #include "installerfixture.h"
@@ -343,12 +344,22 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     InstallerWinController::setHelperPath(
         QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train"));
     VXUserDefaults::standard().setObject(script, "elevationCommand");
+    SystemShareGuard share; // the helper registers what it puts into /opt
+    share.watch("dev.example.foo");
     const auto restore = qScopeGuard([&] {
         VXUserDefaults::standard().removeObject("elevationCommand");
         InstallerWinController::setHelperPath(QString());
         killProcessesUnder(destination);
         QDir(destination).removeRecursively();
     });
+    // What an earlier installer wrote for a system install: an entry of the
+    // user's own, which would hide the system one.
+    const QString userEntry
+        = QDir::homePath() + "/.local/share/applications/dev.example.foo.desktop";
+    ProductFixture::write(userEntry,
+        ("[Desktop Entry]\nType=Application\nName=Foo\nX-Quillet-Bundle=" + destination + "\n")
+            .toUtf8());
+    const auto removeUserEntry = qScopeGuard([&] { QFile::remove(userEntry); });
     Run run(fixture, { "-destinationPath", destination, "-productName", "Foo" });
     // Alt held: the privileged path even though /opt is writable for root.
     run.controller.setForcePrivileged(true);
@@ -357,9 +368,16 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     if (result.isNull()) {
         QVERIFY(text.isNull());
         QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+        // Registered once, for all users: no entry of the user's own.
+        QVERIFY(QFile(SystemShareGuard::entryFile("dev.example.foo")).open(QIODevice::ReadOnly));
+        QCOMPARE(Workspace::systemDesktopEntryPath(destination),
+            SystemShareGuard::entryFile("dev.example.foo"));
+        QVERIFY(!QFile::exists(userEntry));
+        QVERIFY(run.messages().contains("registered app: 0"));
     } else if (result.isEmpty()) {
         QVERIFY(!text.isNull() && text.isEmpty()); // nothing to show
         QVERIFY(!QFile::exists(destination));
+        QVERIFY(QFile::exists(userEntry)); // nothing installed, nothing changed
     } else {
         QCOMPARE(text,
             QStringLiteral("Authorized copying failed.\rTry installing Foo manually by copying it "

@@ -2,17 +2,22 @@
 // SPDX-License-Identifier: MIT
 //
 // The privileged helper, run as root as pkexec runs it: what it installs,
-// and what it refuses without writing anything; then the installer's
-// elevation through the real pkexec, polkit and the shipped action file, for
-// a user of the test's own.
+// what it registers for all users, where the old copy goes and whose it is
+// there, and what it refuses without writing anything.
+#include "common/systemtestuser.h"
+#include "installer/desktopentry.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QProcess>
+#include <QScopeGuard>
+#include <QStorageInfo>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUuid>
-#include <pwd.h>
+#include <optional>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,7 +39,8 @@ struct Result
     QString error;
 };
 
-Result train(const QStringList &args, const QMap<QString, QString> &env = {})
+Result train(const QStringList &args, const QMap<QString, QString> &env = {},
+    const QByteArray &input = QByteArray())
 {
     QProcess p;
     QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
@@ -43,138 +49,54 @@ Result train(const QStringList &args, const QMap<QString, QString> &env = {})
         e.insert(it.key(), it.value());
     p.setProcessEnvironment(e);
     p.start(kTrain, args);
+    p.write(input);
+    p.closeWriteChannel();
     p.waitForFinished();
     return { p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
         QString::fromUtf8(p.readAllStandardError()) };
 }
 
-int run(const QString &program, const QStringList &args, QString *output = nullptr)
+// What the installer sends with --desktop-entry. The icon only has to look
+// like a PNG of the right size: the helper stores it, it does not draw it.
+QByteArray fakePng(quint32 width = 256, quint32 height = 256)
 {
-    QProcess p;
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    if (!p.waitForFinished(60000))
-        p.kill();
-    if (output)
-        *output = QString::fromUtf8(p.readAll());
-    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    QByteArray png("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
+    for (quint32 v : { width, height })
+        for (int shift = 24; shift >= 0; shift -= 8)
+            png += char((v >> shift) & 0xff);
+    return png + QByteArray("\x08\x06\0\0\0pixels", 11);
 }
 
-// Every entry below path (itself included) owned by uid, links not followed.
-bool ownedBy(const QString &path, uint uid)
+QByteArray request(const QString &id, const QByteArray &icon = fakePng(),
+    const QString &executable = "Contents/Linux/Foo", const QString &name = "Foo Deluxe")
 {
+    const std::string text = DesktopEntry::requestText({ id.toStdString(), name.toStdString(),
+        "2.0", executable.toStdString(), icon.toStdString() });
+    return QByteArray(text.data(), qsizetype(text.size()));
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// Owner of every item below and including path, without following links.
+QMap<QString, uint> owners(const QString &path)
+{
+    QMap<QString, uint> out;
     struct stat st;
-    if (::lstat(QFile::encodeName(path).constData(), &st) != 0 || st.st_uid != uid)
-        return false;
+    if (::lstat(QFile::encodeName(path).constData(), &st) == 0)
+        out.insert(".", st.st_uid);
     QDirIterator it(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
         QDirIterator::Subdirectories);
     while (it.hasNext()) {
-        if (::lstat(QFile::encodeName(it.next()).constData(), &st) != 0 || st.st_uid != uid)
-            return false;
+        const QString item = it.next();
+        if (::lstat(QFile::encodeName(item).constData(), &st) == 0)
+            out.insert(item.mid(path.size() + 1), st.st_uid);
     }
-    return true;
+    return out;
 }
-
-// A system bus and polkitd of the test's own where none runs, the shipped
-// action pointing at the built helper, and a rules file that can say yes for
-// one user. Everything it set up goes when it goes.
-class Polkit
-{
-public:
-    static constexpr const char *kSocket = "/run/dbus/system_bus_socket";
-    static constexpr const char *kActions
-        = "/usr/share/polkit-1/actions/dev.quillet.installer.policy";
-    static constexpr const char *kRules = "/etc/polkit-1/rules.d/00-quillet-test.rules";
-
-    QString start()
-    {
-        for (const char *tool : { "/usr/bin/pkexec", "/usr/bin/pkcheck",
-                 "/usr/lib/polkit-1/polkitd", "/usr/bin/dbus-daemon" }) {
-            if (!QFileInfo(tool).isExecutable())
-                return QStringLiteral("%1 is not installed").arg(tool);
-        }
-        if (QFile::exists(kActions) || QFile::exists(kRules))
-            return QStringLiteral("polkit files of another test run are in place");
-        QFile policy(QUILLET_SOURCE_DIR "/resources/polkit/dev.quillet.installer.policy");
-        if (!policy.open(QIODevice::ReadOnly))
-            return QStringLiteral("no action file");
-        QByteArray text = policy.readAll();
-        text.replace("/opt/QuilletInstaller.app/Contents/Resources/train", kTrain.toUtf8());
-        write(kActions, text);
-        m_wroteActions = true;
-        if (!systemBusAnswers()) {
-            QFile::remove(kSocket); // left by a bus that is gone
-            QDir().mkpath("/run/dbus");
-            m_startedBus = true;
-            m_bus.start("dbus-daemon", { "--system", "--nofork", "--nopidfile" });
-            for (int i = 0; i < 100 && !systemBusAnswers(); ++i)
-                QTest::qWait(50);
-            if (!systemBusAnswers())
-                return QStringLiteral("the system bus did not start");
-        }
-        QString owner;
-        busCall(
-            { "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.PolicyKit1" }, &owner);
-        if (!owner.contains("boolean true")) {
-            m_polkitd.start("/usr/lib/polkit-1/polkitd", { "--no-debug" });
-            if (!m_polkitd.waitForStarted())
-                return QStringLiteral("polkitd did not start");
-        }
-        return QString();
-    }
-
-    // Whether polkit now answers `yes` for the user asking for our action.
-    bool authorized(const QString &user)
-    {
-        return run("runuser",
-                   { "-u", user, "--", "sh", "-c",
-                       "exec pkcheck --action-id dev.quillet.installer.train --process $$" })
-            == 0;
-    }
-
-    void allow(const QString &user)
-    {
-        write(kRules,
-            QStringLiteral(
-                "polkit.addRule(function(action, subject) {\n"
-                "    if (action.id == \"dev.quillet.installer.train\" && subject.user == \"%1\")\n"
-                "        return polkit.Result.YES;\n});\n")
-                .arg(user)
-                .toUtf8());
-    }
-
-    ~Polkit()
-    {
-        QFile::remove(kRules);
-        if (m_wroteActions)
-            QFile::remove(kActions);
-        for (QProcess *daemon : { &m_polkitd, &m_bus }) {
-            if (daemon->state() != QProcess::NotRunning) {
-                daemon->terminate();
-                if (!daemon->waitForFinished(5000))
-                    daemon->kill();
-                daemon->waitForFinished();
-            }
-        }
-        if (m_startedBus)
-            QFile::remove(kSocket); // the bus we started leaves its socket file
-    }
-
-private:
-    static int busCall(const QStringList &call, QString *output = nullptr)
-    {
-        return run("dbus-send",
-            QStringList { "--system", "--print-reply", "--dest=org.freedesktop.DBus",
-                "/org/freedesktop/DBus" }
-                + call,
-            output);
-    }
-    static bool systemBusAnswers() { return busCall({ "org.freedesktop.DBus.GetId" }) == 0; }
-
-    bool m_wroteActions = false;
-    bool m_startedBus = false;
-    QProcess m_bus, m_polkitd;
-};
 
 QStringList listing(const QString &folder)
 {
@@ -196,14 +118,22 @@ private Q_SLOTS:
     void installsIntoSystemFolder();
     void hostileInvocationsAreRefused_data();
     void hostileInvocationsAreRefused();
-    void throughPkexecAndPolkit();
+    void sharedFolderThatIsALinkIsNotUsed();
+    void registersForAllUsers();
+    void registrationFollowsNoLinks();
+    void hostileEntriesAreRefused_data();
+    void hostileEntriesAreRefused();
+    void userFolderIsNotRegisteredForAllUsers();
+    void oldCopyInTrashBelongsToUser();
+    void oldCopyOnAnotherFileSystem();
 
 private:
     QTemporaryDir m_dir;
     QString m_source;
     QString m_name;
-    QString m_user; // an ordinary user of the test's own
-    uint m_uid = 0;
+    QString m_id;
+    std::optional<SystemShareGuard> m_share;
+    std::optional<SystemTestUser> m_user;
 };
 
 void TestTrain::initTestCase()
@@ -218,26 +148,22 @@ void TestTrain::initTestCase()
             | QFile::ExeOther);
     QFile::link("Linux/Foo", m_source + "/Contents/foo-link");
     m_name = "QuilletTrainTest-" + QUuid::createUuid().toString(QUuid::Id128).left(8);
-    // The source lies where an ordinary user can read it.
+    m_id = "dev.quillet.traintest-" + m_name.right(8);
+    m_share.emplace();
+    // A user of our own, who can read the source as an installer's user can.
     QFile::setPermissions(m_dir.path(),
         QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther
             | QFile::ExeOther);
-    const QString user = "qtrain" + QUuid::createUuid().toString(QUuid::Id128).left(8);
-    if (run("useradd",
-            { "--create-home", "--home-dir", m_dir.path() + "/home", "--shell", "/bin/sh", user })
-        == 0) {
-        m_user = user;
-        m_uid = ::getpwnam(qPrintable(user))->pw_uid;
-    }
+    m_user.emplace(m_dir.path() + "/home");
 }
 
 void TestTrain::cleanupTestCase()
 {
-    if (!m_user.isEmpty())
-        run("userdel", { "--force", m_user });
+    m_user.reset();
+    m_share.reset();
     if (!m_name.isEmpty()) {
-        QDir("/opt/" + m_name + ".app").removeRecursively();
-        QDir("/opt/" + m_name).removeRecursively();
+        for (const QString &f : QDir("/opt").entryList({ m_name + "*" }, QDir::AllEntries))
+            QDir("/opt/" + f).removeRecursively();
         QDir trash(QDir::homePath());
         for (const QString &f :
             QDir("/root/.local/share/Trash/files").entryList({ m_name + "*" }, QDir::AllEntries))
@@ -258,29 +184,18 @@ void TestTrain::installsIntoSystemFolder()
     QCOMPARE(QFileInfo(destination).ownerId(), 0u);
     QVERIFY(!(QFileInfo(destination + "/Contents/Linux/Foo").permissions() & QFile::WriteOther));
 
-    // Over an existing copy: the old one goes to the Trash of the user who
-    // asked, and becomes theirs, so that they can empty it.
+    // Over an existing copy: the old one goes to the user's Trash.
     write(destination + "/old-marker", "old");
-    QString home = "/root";
-    QMap<QString, QString> env;
-    if (!m_user.isEmpty()) {
-        home = m_dir.path() + "/home";
-        env.insert("PKEXEC_UID", QString::number(m_uid));
-    }
-    r = train({ m_source, destination }, env);
+    r = train({ m_source, destination });
     QVERIFY2(r.exitCode == 0, qPrintable(r.error));
     QVERIFY(!QFile::exists(destination + "/old-marker"));
-    const QString trashed = home + "/.local/share/Trash/files/" + m_name + ".app";
-    QVERIFY(QFile::exists(trashed + "/old-marker"));
-    QVERIFY(ownedBy(trashed, m_uid));
-    QFile info(home + "/.local/share/Trash/info/" + m_name + ".app.trashinfo");
+    QVERIFY(QFile::exists("/root/.local/share/Trash/files/" + m_name + ".app/old-marker"));
+    QFile info("/root/.local/share/Trash/info/" + m_name + ".app.trashinfo");
     QVERIFY(info.open(QIODevice::ReadOnly));
     QVERIFY(info.readAll().contains(("Path=" + destination).toUtf8()));
-    QVERIFY(ownedBy(info.fileName(), m_uid));
     QVERIFY(QDir("/opt")
                 .entryList({ "." + m_name + "*" }, QDir::AllEntries | QDir::Hidden)
                 .isEmpty()); // no staging left
-    QVERIFY(ownedBy(destination, 0));
 }
 
 void TestTrain::hostileInvocationsAreRefused_data()
@@ -354,48 +269,243 @@ void TestTrain::hostileInvocationsAreRefused()
     QCOMPARE(listing("/etc"), etcBefore);
 }
 
-void TestTrain::throughPkexecAndPolkit()
+void TestTrain::sharedFolderThatIsALinkIsNotUsed()
 {
-    if (m_user.isEmpty())
-        QSKIP("no user could be made for the test (useradd)");
-    Polkit polkit;
-    const QString why = polkit.start();
-    if (!why.isEmpty())
-        QSKIP(qPrintable(why));
-    const QString destination = "/opt/" + m_name + "-pk.app";
-    const QString home = m_dir.path() + "/home";
-    // The installer's own way of running the helper, as the user.
-    const auto elevate = [&](QString *output) {
-        return run("runuser",
-            { "-u", m_user, "--", "env", "-i", "PATH=/usr/bin:/bin", "HOME=" + home,
-                QUILLET_BINARY_DIR "/tests/helpers/elevatedtool", kTrain, m_source, destination },
-            output);
-    };
-
-    // No rule for the user and no agent to ask for a password: pkexec
-    // refuses, which the installer takes as "could not start".
-    const QStringList optBefore = listing("/opt");
-    QString output;
-    QCOMPARE(elevate(&output), 0);
-    QVERIFY2(output.contains("AuthorizationExecuteWithPrivileges failed (" + kTrain + ")"),
-        qPrintable(output));
-    QVERIFY2(output.trimmed().endsWith("-60031"), qPrintable(output));
-    QCOMPARE(listing("/opt"), optBefore);
-
-    // Allowed: installed as root, then over that copy, the old one ending in
-    // the user's Trash as theirs.
-    polkit.allow(m_user);
-    QTRY_VERIFY_WITH_TIMEOUT(polkit.authorized(m_user), 20000);
-    QCOMPARE(elevate(&output), 0);
-    QVERIFY2(output.trimmed().endsWith("\n0") || output.trimmed() == "0", qPrintable(output));
-    QVERIFY(ownedBy(destination, 0));
+    // Planted before the helper ever made the folder: a link to a folder of
+    // someone's choosing. The bundle is installed, nothing goes through the
+    // link.
+    if (QFileInfo::exists(SystemShareGuard::applications()))
+        QSKIP("the shared applications folder exists already");
+    const QString elsewhere = m_dir.path() + "/elsewhere";
+    QDir().mkpath(elsewhere);
+    QVERIFY(QFile::link(elsewhere, SystemShareGuard::applications()));
+    const auto unlink = qScopeGuard([] { QFile::remove(SystemShareGuard::applications()); });
+    m_share->watch(m_id);
+    const QString destination = "/opt/" + m_name + "-linked.app";
+    const Result r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id));
+    QCOMPARE(r.exitCode, 0);
+    QVERIFY2(r.error.contains("not registered for all users"), qPrintable(r.error));
     QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
-    write(destination + "/old-marker", "old");
-    QCOMPARE(elevate(&output), 0);
-    QVERIFY2(output.trimmed().endsWith("0"), qPrintable(output));
-    QVERIFY(!QFile::exists(destination + "/old-marker"));
-    QVERIFY(ownedBy(home + "/.local/share/Trash/files/" + m_name + "-pk.app", m_uid));
-    QDir(destination).removeRecursively();
+    QCOMPARE(listing(elsewhere), QStringList());
+}
+
+void TestTrain::registersForAllUsers()
+{
+    const QString destination = "/opt/" + m_name + "-entry.app";
+    const QString renamed = m_id + ".renamed";
+    m_share->watch(m_id);
+    m_share->watch(renamed);
+    Result r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id));
+    QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+    const QString entryFile = SystemShareGuard::entryFile(m_id);
+    QByteArray entry = readAll(entryFile);
+    QVERIFY2(entry.contains(("\nExec=\"" + destination + "/Contents/Linux/Foo\"\n").toUtf8()),
+        entry.constData());
+    QVERIFY(entry.contains(("\nX-Quillet-Bundle=" + destination + "\n").toUtf8()));
+    QVERIFY(entry.contains("\nName=Foo Deluxe\n"));
+    QVERIFY(entry.contains(("\nIcon=" + SystemShareGuard::iconFile(m_id) + "\n").toUtf8()));
+    QCOMPARE(readAll(SystemShareGuard::iconFile(m_id)), fakePng());
+    for (const QString &file : { entryFile, SystemShareGuard::iconFile(m_id) }) {
+        QCOMPARE(QFileInfo(file).ownerId(), 0u);
+        QVERIFY(QFileInfo(file).permissions() & QFile::ReadOther); // every user's menu reads it
+    }
+
+    // An update replaces the entry; the icon the bundle no longer has goes.
+    r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id, QByteArray()));
+    QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+    entry = readAll(entryFile);
+    QVERIFY(!entry.contains("Icon="));
+    QVERIFY(!QFile::exists(SystemShareGuard::iconFile(m_id)));
+
+    // A new identifier for the same bundle: still one entry for it.
+    r = train({ "--desktop-entry", m_source, destination }, {}, request(renamed));
+    QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+    QStringList naming;
+    for (const QString &f :
+        QDir(SystemShareGuard::applications()).entryList(QDir::Files | QDir::Hidden | QDir::System))
+        if (readAll(SystemShareGuard::applications() + "/" + f)
+                .contains(("X-Quillet-Bundle=" + destination + "\n").toUtf8()))
+            naming << f;
+    QCOMPARE(naming, QStringList { renamed + ".desktop" });
+
+    // Nothing on standard input (an elevation command that does not pass it
+    // on): installed, the entry left as it was.
+    const QByteArray before = readAll(SystemShareGuard::entryFile(renamed));
+    r = train({ "--desktop-entry", m_source, destination });
+    QCOMPARE(r.exitCode, 0);
+    QVERIFY2(r.error.contains("not registered for all users"), qPrintable(r.error));
+    QCOMPARE(readAll(SystemShareGuard::entryFile(renamed)), before);
+    QCOMPARE(QDir(SystemShareGuard::applications()).entryList({ ".*" }, QDir::Files | QDir::Hidden),
+        QStringList()); // no temporary files left
+}
+
+void TestTrain::registrationFollowsNoLinks()
+{
+    // Links planted at the entry's and the icon's names are replaced, not
+    // written through.
+    const QString planted = m_dir.path() + "/planted";
+    write(planted, "planted");
+    QDir().mkpath(QFileInfo(SystemShareGuard::iconFile(m_id)).path());
+    QDir().mkpath(SystemShareGuard::applications());
+    m_share->watch(m_id);
+    SystemShareGuard::forget(m_id);
+    QVERIFY(QFile::link(planted, SystemShareGuard::entryFile(m_id)));
+    QVERIFY(QFile::link(planted, SystemShareGuard::iconFile(m_id)));
+    const QString destination = "/opt/" + m_name + "-links.app";
+    Result r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id));
+    QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+    QCOMPARE(readAll(planted), QByteArray("planted"));
+    QVERIFY(!QFileInfo(SystemShareGuard::entryFile(m_id)).isSymLink());
+    QVERIFY(!QFileInfo(SystemShareGuard::iconFile(m_id)).isSymLink());
+    QCOMPARE(readAll(SystemShareGuard::iconFile(m_id)), fakePng());
+
+    // A program that is a link in the bundle could lead anywhere: the
+    // bundle is installed, but not registered.
+    SystemShareGuard::forget(m_id);
+    r = train({ "--desktop-entry", m_source, destination }, {},
+        request(m_id, fakePng(), "Contents/foo-link"));
+    QCOMPARE(r.exitCode, 0);
+    QVERIFY2(r.error.contains("not registered for all users"), qPrintable(r.error));
+    QVERIFY(!QFile::exists(SystemShareGuard::entryFile(m_id)));
+}
+
+void TestTrain::hostileEntriesAreRefused_data()
+{
+    QTest::addColumn<QByteArray>("input");
+    QTest::newRow("no empty line") << QByteArray("Identifier=a\nName=b\nExecutable=c\n");
+    QTest::newRow("unknown key") << QByteArray("Identifier=a\nName=b\nExecutable=c\nExec=d\n\n");
+    QTest::newRow("key twice") << QByteArray(
+        "Identifier=a\nIdentifier=b\nName=b\nExecutable=c\n\n");
+    QTest::newRow("identifier with a slash") << request("a/b");
+    QTest::newRow("identifier climbing out") << request("../../etc/cron.d/x");
+    QTest::newRow("hidden identifier") << request(".x");
+    QTest::newRow("identifier with a space") << request("a b");
+    QTest::newRow("empty identifier") << request("");
+    QTest::newRow("executable outside the bundle")
+        << request("dev.x", fakePng(), "../../../bin/sh");
+    QTest::newRow("absolute executable") << request("dev.x", fakePng(), "/bin/sh");
+    QTest::newRow("empty name") << request("dev.x", fakePng(), "Contents/Linux/Foo", "");
+    QTest::newRow("name with an escape sequence")
+        << request("dev.x", fakePng(), "Contents/Linux/Foo", "Foo\x1b[31m");
+    QTest::newRow("name with a line break")
+        << request("dev.x", fakePng(), "Contents/Linux/Foo", "Foo\nExec=/bin/sh");
+    QTest::newRow("name not UTF-8")
+        << QByteArray("Identifier=dev.x\nName=Foo\xff\nExecutable=Contents/Linux/Foo\n\n");
+    QTest::newRow("icon not a PNG") << request("dev.x", "GIF89a" + fakePng());
+    QTest::newRow("icon of another size") << request("dev.x", fakePng(512, 512));
+}
+
+void TestTrain::hostileEntriesAreRefused()
+{
+    QFETCH(QByteArray, input);
+    const QString destination = "/opt/" + m_name + "-hostile.app";
+    const QStringList optBefore = listing("/opt");
+    const QStringList sharedBefore = listing(SystemShareGuard::applications());
+    const Result r = train({ "--desktop-entry", m_source, destination }, {}, input);
+    QVERIFY2(r.exitCode != 0, qPrintable(r.error));
+    QVERIFY2(r.error.startsWith("train: "), qPrintable(r.error));
+    QCOMPARE(listing("/opt"), optBefore);
+    QCOMPARE(listing(SystemShareGuard::applications()), sharedBefore);
+}
+
+void TestTrain::userFolderIsNotRegisteredForAllUsers()
+{
+    if (!m_user->isValid())
+        QSKIP(qPrintable("no test user: " + m_user->error));
+    const QString applications = m_user->home + "/Applications";
+    QDir().mkpath(applications);
+    QVERIFY(::chown(QFile::encodeName(applications).constData(), m_user->uid, m_user->gid) == 0);
+    m_share->watch(m_id);
+    SystemShareGuard::forget(m_id);
+    const Result r = train({ "--desktop-entry", m_source, applications + "/Foo.app" },
+        { { "PKEXEC_UID", QString::number(m_user->uid) } }, request(m_id));
+    QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+    QVERIFY(QFileInfo(applications + "/Foo.app/Contents/Linux/Foo").isExecutable());
+    QVERIFY(!QFile::exists(SystemShareGuard::entryFile(m_id)));
+}
+
+void TestTrain::oldCopyInTrashBelongsToUser()
+{
+    if (!m_user->isValid())
+        QSKIP(qPrintable("no test user: " + m_user->error));
+    const QString destination = "/opt/" + m_name + "-owned.app";
+    // The old copy, root's: folders, files, a set-user-ID program, a link
+    // to a root file, and a file with a second name outside the copy.
+    const QString rootFile = m_dir.path() + "/root-file";
+    write(rootFile, "root");
+    write(destination + "/Contents/Resources/old-marker", "old");
+    write(destination + "/Contents/Linux/tool", "#!/bin/sh\n");
+    QVERIFY(
+        ::chmod(QFile::encodeName(destination + "/Contents/Linux/tool").constData(), 04755) == 0);
+    QVERIFY(QFile::link(rootFile, destination + "/Contents/root-link"));
+    QVERIFY(::link(QFile::encodeName(rootFile).constData(),
+                QFile::encodeName(destination + "/Contents/second-name").constData())
+        == 0);
+
+    const Result r
+        = train({ m_source, destination }, { { "PKEXEC_UID", QString::number(m_user->uid) } });
+    QCOMPARE(r.exitCode, 0);
+    // Said because of the file with a second name, which stays root's.
+    QCOMPARE(r.error, "train: the old copy is in the Trash, but not all of it is the user's\n");
+    const QString trash = m_user->home + "/.local/share/Trash";
+    const QString trashed = trash + "/files/" + m_name + "-owned.app";
+    QCOMPARE(readAll(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QMap<QString, uint> owner = owners(trashed);
+    QCOMPARE(owner.take("Contents/second-name"), 0u); // its other name is root's
+    QCOMPARE(owner.size(), 7);
+    for (auto it = owner.cbegin(); it != owner.cend(); ++it)
+        QVERIFY2(it.value() == m_user->uid, qPrintable(it.key()));
+    QCOMPARE(QFileInfo(rootFile).ownerId(), 0u); // the link's target is not touched
+    struct stat st;
+    QVERIFY(::stat(QFile::encodeName(trashed + "/Contents/Linux/tool").constData(), &st) == 0);
+    QVERIFY(!(st.st_mode & S_ISUID));
+    for (const QString &item : { trash, trash + "/files", trash + "/info",
+             trash + "/info/" + m_name + "-owned.app.trashinfo" })
+        QCOMPARE(QFileInfo(item).ownerId(), m_user->uid);
+}
+
+void TestTrain::oldCopyOnAnotherFileSystem()
+{
+    // The user's home on a file system of its own: the old copy in /opt
+    // goes to the trash of the volume that holds /opt, and only when that
+    // trash is the user's.
+    if (!m_user->isValid())
+        QSKIP(qPrintable("no test user: " + m_user->error));
+    const QString home = m_user->home;
+    if (::mount("quillet-test", QFile::encodeName(home).constData(), "tmpfs", 0, "mode=0755") != 0)
+        QSKIP(qPrintable(QString("cannot mount a file system here: ") + strerror(errno)));
+    const auto unmount
+        = qScopeGuard([&] { ::umount2(QFile::encodeName(home).constData(), MNT_DETACH); });
+    QVERIFY(::chown(QFile::encodeName(home).constData(), m_user->uid, m_user->gid) == 0);
+    const QString top = QStorageInfo("/opt").rootPath();
+    const QString volumeTrash
+        = (top == "/" ? QString() : top) + "/.Trash-" + QString::number(m_user->uid);
+    const auto removeTrash = qScopeGuard([&] { QDir(volumeTrash).removeRecursively(); });
+    const QString destination = "/opt/" + m_name + "-volume.app";
+    write(destination + "/Contents/Resources/old-marker", "old");
+    const QMap<QString, QString> env { { "PKEXEC_UID", QString::number(m_user->uid) } };
+
+    // A trash folder that is not the user's: refused, the old copy stays.
+    QDir().mkpath(volumeTrash);
+    Result r = train({ m_source, destination }, env);
+    QCOMPARE(r.exitCode, 4);
+    QCOMPARE(readAll(destination + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QCOMPARE(QDir("/opt").entryList({ "." + m_name + "*" }, QDir::AllEntries | QDir::Hidden),
+        QStringList());
+    QCOMPARE(listing(volumeTrash), QStringList());
+
+    QVERIFY(QDir(volumeTrash).removeRecursively());
+    r = train({ m_source, destination }, env);
+    QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+    const QString trashed = volumeTrash + "/files/" + m_name + "-volume.app";
+    QCOMPARE(readAll(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+    for (const uint owner : owners(volumeTrash))
+        QCOMPARE(owner, m_user->uid);
+    const QString relative = destination.mid(top == "/" ? 1 : top.size() + 1);
+    QVERIFY(readAll(volumeTrash + "/info/" + m_name + "-volume.app.trashinfo")
+                .contains(("\nPath=" + relative + "\n").toUtf8()));
+    QVERIFY(!QFile::exists(home + "/.local/share/Trash"));
+    QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
 }
 
 QTEST_GUILESS_MAIN(TestTrain)

@@ -1,0 +1,136 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// What the helper's tests change on the machine, undone when they end: an
+// unprivileged user of their own, and the system-wide desktop entries and
+// icons the helper writes. Root only.
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <csignal>
+#include <pwd.h>
+#include <unistd.h>
+
+// A user made with useradd, home folder inside the test's folder, removed
+// with userdel (after its processes end) when the object goes.
+class SystemTestUser
+{
+public:
+    explicit SystemTestUser(const QString &home)
+        : home(home)
+        , name(QStringLiteral("quillet-t%1").arg(::getpid()))
+    {
+        if (::geteuid() != 0) {
+            error = QStringLiteral("not root");
+            return;
+        }
+        if (QStandardPaths::findExecutable(QStringLiteral("useradd"), { "/usr/sbin", "/sbin" })
+                .isEmpty()) {
+            error = QStringLiteral("no useradd");
+            return;
+        }
+        QProcess add;
+        add.start(QStringLiteral("useradd"),
+            { "--no-create-home", "--home-dir", home, "--shell", "/bin/sh", "--user-group",
+                "--comment", "Quillet test", name });
+        add.waitForFinished();
+        if (add.exitStatus() != QProcess::NormalExit || add.exitCode() != 0) {
+            error = QStringLiteral("useradd failed: ")
+                + QString::fromLocal8Bit(add.readAllStandardError());
+            return;
+        }
+        m_made = true;
+        const struct passwd *pw = ::getpwnam(name.toLocal8Bit().constData());
+        if (!pw) {
+            error = QStringLiteral("the new user is unknown");
+            return;
+        }
+        uid = pw->pw_uid;
+        gid = pw->pw_gid;
+        QDir().mkpath(home);
+        if (::chown(QFile::encodeName(home).constData(), uid, gid) != 0)
+            error = QStringLiteral("cannot give the home folder to the user");
+    }
+    ~SystemTestUser()
+    {
+        if (!m_made)
+            return;
+        endProcesses();
+        QProcess::execute(QStringLiteral("userdel"), { name });
+    }
+    SystemTestUser(const SystemTestUser &) = delete;
+    SystemTestUser &operator=(const SystemTestUser &) = delete;
+
+    bool isValid() const { return error.isEmpty(); }
+
+    // Kills every process that runs as the user (the tests start them).
+    void endProcesses() const
+    {
+        for (const QString &pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+            bool number = false;
+            const int value = pid.toInt(&number);
+            QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+            if (!number || !status.open(QIODevice::ReadOnly))
+                continue;
+            for (const QByteArray &line : status.readAll().split('\n'))
+                if (line.startsWith("Uid:")
+                    && line.simplified().split(' ').value(1) == QByteArray::number(uid))
+                    ::kill(value, SIGKILL);
+        }
+    }
+
+    QString home, name, error;
+    uid_t uid = 0;
+    gid_t gid = 0;
+
+private:
+    bool m_made = false;
+};
+
+// The shared data folder the helper registers into. Remembers which of its
+// folders existed; forget() removes an id's entry and icon, and the guard
+// removes the folders it saw appear (with the desktop database's cache).
+class SystemShareGuard
+{
+public:
+    static QString applications() { return QStringLiteral("/usr/local/share/applications"); }
+    static QString icons() { return QStringLiteral("/usr/local/share/icons"); }
+    static QString iconFile(const QString &id)
+    {
+        return icons() + QStringLiteral("/hicolor/256x256/apps/") + id + QStringLiteral(".png");
+    }
+    static QString entryFile(const QString &id)
+    {
+        return applications() + QLatin1Char('/') + id + QStringLiteral(".desktop");
+    }
+
+    SystemShareGuard()
+        : m_hadApplications(QFileInfo::exists(applications()))
+        , m_hadIcons(QFileInfo::exists(icons()))
+    { }
+    ~SystemShareGuard()
+    {
+        for (const QString &id : std::as_const(m_ids))
+            forget(id);
+        if (!m_hadApplications)
+            QDir(applications()).removeRecursively();
+        else if (!m_ids.isEmpty())
+            QProcess::execute(QStringLiteral("update-desktop-database"), { "-q", applications() });
+        if (!m_hadIcons)
+            QDir(icons()).removeRecursively();
+    }
+
+    // The id's files go when the guard goes (and now, when asked).
+    void watch(const QString &id) { m_ids << id; }
+    static void forget(const QString &id)
+    {
+        QFile::remove(entryFile(id));
+        QFile::remove(iconFile(id));
+    }
+
+private:
+    bool m_hadApplications, m_hadIcons;
+    QStringList m_ids;
+};
