@@ -8,6 +8,11 @@
 
 using namespace StringExtensions;
 
+using Split = QStringList (*)(const QString &);
+using Edit = QString (*)(const QString &, const QString &);
+Q_DECLARE_METATYPE(Split)
+Q_DECLARE_METATYPE(Edit)
+
 // One table row on one line: the values in column order.
 template <typename... T> static void row(const char *name, const T &...values)
 {
@@ -27,17 +32,11 @@ private slots:
     void wildcardAgreesWithFnmatch();
     void trimming_data();
     void trimming();
-    void lines_data();
-    void lines();
-    void withLineSeparatorKeepsPassOrder_data();
-    void withLineSeparatorKeepsPassOrder();
-    void componentsDropOnlyTrailingEmpty_data();
-    void componentsDropOnlyTrailingEmpty();
+    void splitting_data();
+    void splitting();
     void repeatedByHalving();
-    void escaping_data();
-    void escaping();
-    void expandingChosenEscapes_data();
-    void expandingChosenEscapes();
+    void edits_data();
+    void edits();
     void expandingControlEscapes_data();
     void expandingControlEscapes();
     void regexReplacement_data();
@@ -168,12 +167,12 @@ void tst_StringExtensions::trimming_data()
     QTest::addColumn<QString>("own");
     QTest::addColumn<QString>("platform");
     QTest::addColumn<QString>("singleLine");
-    row("no-break space and tab", QStringLiteral("\u00A0 x \t"), "x", "x", "x");
+    row("no-break space and tab", "\u00A0 x \t", "x", "x", "x");
     row("blank only", " \t ", "", "", "");
-    row("em space", QStringLiteral("\u2003x"), QStringLiteral("\u2003x"), "x", "x");
-    row("control char", QStringLiteral("\x01x"), "x", QStringLiteral("\x01x"), "x");
-    row("inner breaks and format char", QStringLiteral("\ta\r\nb\u200Bc "),
-        QStringLiteral("a\r\nb\u200Bc"), QStringLiteral("a\r\nb\u200Bc"), "a  b c");
+    row("em space", "\u2003x", "\u2003x", "x", "x");
+    row("control char", "\x01x", "x", "\x01x", "x");
+    row("inner breaks and format char", "\ta\r\nb\u200Bc ", "a\r\nb\u200Bc", "a\r\nb\u200Bc",
+        "a  b c");
     row("nothing to trim", "x y", "x y", "x y", "x y");
 }
 
@@ -191,59 +190,31 @@ void tst_StringExtensions::trimming()
     QCOMPARE(asSingleLine(text), singleLine);
 }
 
-void tst_StringExtensions::lines_data()
+void tst_StringExtensions::splitting_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QStringList>("lines");
-    row("mixed keeps lone LF", "a\r\nb\nc", QStringList { "a", "b\nc" });
-    row("final empty line", "a\n", QStringList { "a", "" });
-    row("CR only", "a\rb", QStringList { "a", "b" });
-    row("no break", "abc", QStringList { "abc" });
-}
-
-void tst_StringExtensions::lines()
-{
-    QFETCH(QString, text);
-    QFETCH(QStringList, lines);
-    QCOMPARE(arrayOfLines(text), lines);
-}
-
-void tst_StringExtensions::withLineSeparatorKeepsPassOrder_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("separator");
-    QTest::addColumn<QString>("expected");
-    row("to LF", "a\r\nb\rc", "\n", "a\nb\nc");
-    row("to CRLF doubles up", "a\r\nb", "\r\n", "a\r\r\n\r\nb");
-    row("to CR", "a\r\nb\nc", "\r", "a\rb\rc");
-    row("null removes", "a\nb", QString(), "ab");
-}
-
-void tst_StringExtensions::withLineSeparatorKeepsPassOrder()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, separator);
-    QFETCH(QString, expected);
-    QCOMPARE(withLineSeparator(text, separator), expected);
-    const QString plain = QStringLiteral("no breaks");
-    QCOMPARE(withLineSeparator(plain, separator).constData(), plain.constData());
-}
-
-void tst_StringExtensions::componentsDropOnlyTrailingEmpty_data()
-{
+    // Lines split at the first kind of break found (CRLF, LF, CR); components
+    // keep inner and leading empties but not a trailing one.
+    QTest::addColumn<Split>("split");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("parts");
-    row("doubled and trailing", "a,,b,", QStringList { "a", "", "b" });
-    row("leading", ",a", QStringList { "", "a" });
-    row("separator only", ",", QStringList { "" });
-    row("empty", "", QStringList {});
+    const Split lines = arrayOfLines;
+    const Split commas = [](const QString &s) { return componentsSeparatedByCharacter(s, u','); };
+    row("lines: mixed keeps lone LF", lines, "a\r\nb\nc", QStringList { "a", "b\nc" });
+    row("lines: final empty line", lines, "a\n", QStringList { "a", "" });
+    row("lines: CR only", lines, "a\rb", QStringList { "a", "b" });
+    row("lines: no break", lines, "abc", QStringList { "abc" });
+    row("commas: doubled and trailing", commas, "a,,b,", QStringList { "a", "", "b" });
+    row("commas: leading", commas, ",a", QStringList { "", "a" });
+    row("commas: separator only", commas, ",", QStringList { "" });
+    row("commas: empty", commas, "", QStringList {});
 }
 
-void tst_StringExtensions::componentsDropOnlyTrailingEmpty()
+void tst_StringExtensions::splitting()
 {
+    QFETCH(Split, split);
     QFETCH(QString, text);
     QFETCH(QStringList, parts);
-    QCOMPARE(componentsSeparatedByCharacter(text, u','), parts);
+    QCOMPARE(split(text), parts);
 }
 
 void tst_StringExtensions::repeatedByHalving()
@@ -256,49 +227,47 @@ void tst_StringExtensions::repeatedByHalving()
     QCOMPARE(repeated(ab, 1000).size(), 2000);
 }
 
-void tst_StringExtensions::escaping_data()
+void tst_StringExtensions::edits_data()
 {
+    // Escaping and expanding with a set of characters, and line separators.
+    QTest::addColumn<Edit>("edit");
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("set");
+    QTest::addColumn<QString>("argument");
     QTest::addColumn<QString>("expected");
-    row("tab by name", "a\tb", "\t", "a\\tb");
-    row("others by backslash, only those in the set", "a\tb\"", "\"", "a\tb\\\"");
+    const Edit escape = stringByEscapingCharacters, expand = stringByExpandingEscapedCharacters;
+    const Edit expandDefault = [](const QString &s, const QString &) {
+        return stringByExpandingEscapedCharacters(s, defaultEscapeSet());
+    };
+    const Edit separate = withLineSeparator;
+    row("escape: tab by name", escape, "a\tb", "\t", "a\\tb");
+    row("escape: only the set, by backslash", escape, "a\tb\"", "\"", "a\tb\\\"");
     // Positions are those of the unedited input: the second escape lands one early.
-    row("two apart", "a\"bcd\"e", "\"", "a\\\"bc\\d\"e");
+    row("escape: two apart", escape, "a\"bcd\"e", "\"", "a\\\"bc\\d\"e");
+    row("escape: nothing to escape", escape, "clean", "\"", "clean");
+    row("expand: default set", expandDefault, "a\\nb\\\\c\\q", "", "a\nb\\c\\q");
+    row("expand: produced char not re-read", expandDefault, "\\\\n", "", "\\n");
+    row("expand: nothing in the set", expandDefault, "plain\\z", "", "plain\\z");
+    row("expand: letters", expand, "\\t\\r", "t", "\t\\r");
+    row("expand: control chars name letters", expand, "\\t\\r", "\t\r", "\t\r");
+    // Fixed pass order CRLF, CR, LF, skipping the separator's own pass.
+    row("separator: to LF", separate, "a\r\nb\rc", "\n", "a\nb\nc");
+    row("separator: to CRLF doubles up", separate, "a\r\nb", "\r\n", "a\r\r\n\r\nb");
+    row("separator: to CR", separate, "a\r\nb\nc", "\r", "a\rb\rc");
+    row("separator: null removes", separate, "a\nb", QString(), "ab");
+    row("separator: already LF", separate, "a\nb", "\n", "a\nb");
+    row("separator: no breaks", separate, "no breaks", "\r\n", "no breaks");
 }
 
-void tst_StringExtensions::escaping()
+void tst_StringExtensions::edits()
 {
+    QFETCH(Edit, edit);
     QFETCH(QString, text);
-    QFETCH(QString, set);
+    QFETCH(QString, argument);
     QFETCH(QString, expected);
-    QCOMPARE(stringByEscapingCharacters(text, set), expected);
-    const QString clean = QStringLiteral("clean");
-    QCOMPARE(stringByEscapingCharacters(clean, set).constData(), clean.constData());
-}
-
-void tst_StringExtensions::expandingChosenEscapes_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("defaultSet");
-    QTest::addColumn<QString>("set");
-    QTest::addColumn<QString>("expected");
-    row("default set", "a\\nb\\\\c\\q", true, "", "a\nb\\c\\q");
-    row("letters", "\\t\\r", false, "t", "\t\\r");
-    row("control chars name letters", "\\t\\r", false, "\t\r", "\t\r");
-    row("produced char not re-read", "\\\\n", true, "", "\\n");
-}
-
-void tst_StringExtensions::expandingChosenEscapes()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, defaultSet);
-    QFETCH(QString, set);
-    QFETCH(QString, expected);
-    const QString &characters = defaultSet ? defaultEscapeSet() : set;
-    QCOMPARE(stringByExpandingEscapedCharacters(text, characters), expected);
-    const QString plain = QStringLiteral("plain\\z");
-    QCOMPARE(stringByExpandingEscapedCharacters(plain, characters).constData(), plain.constData());
+    const QString result = edit(text, argument);
+    QCOMPARE(result, expected);
+    if (expected == text) // nothing to do: the receiver itself
+        QCOMPARE(result.constData(), text.constData());
 }
 
 void tst_StringExtensions::expandingControlEscapes_data()
