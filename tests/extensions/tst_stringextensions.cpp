@@ -8,18 +8,23 @@
 
 using namespace StringExtensions;
 
+using Split = QStringList (*)(const QString &);
+using Edit = QString (*)(const QString &, const QString &);
+Q_DECLARE_METATYPE(Split)
+Q_DECLARE_METATYPE(Edit)
+
+// One table row on one line: the values in column order.
+template <typename... T> static void row(const char *name, const T &...values)
+{
+    (QTest::newRow(name) << ... << values);
+}
+
 class tst_StringExtensions : public QObject
 {
     Q_OBJECT
 private slots:
-    void booleanValueReadsLeadingLetterOrInteger_data();
-    void booleanValueReadsLeadingLetterOrInteger();
-    void numericValueParsesLikeStrtol_data();
-    void numericValueParsesLikeStrtol();
-    void smartFloatValueAcceptsBothDecimalMarks_data();
-    void smartFloatValueAcceptsBothDecimalMarks();
-    void isIntegerNumberAllowsOnlyAsciiDigits_data();
-    void isIntegerNumberAllowsOnlyAsciiDigits();
+    void parsersReadTheSameText_data();
+    void parsersReadTheSameText();
     void numericCompareOrdersDigitRunsByValue_data();
     void numericCompareOrdersDigitRunsByValue();
     void wildcardPatterns_data();
@@ -27,109 +32,59 @@ private slots:
     void wildcardAgreesWithFnmatch();
     void trimming_data();
     void trimming();
-    void trimmingReturnsReceiverWhenNothingRemoved();
-    void linesSplitAtOneSeparator_data();
-    void linesSplitAtOneSeparator();
-    void withLineSeparatorKeepsPassOrder_data();
-    void withLineSeparatorKeepsPassOrder();
-    void asSingleLineReplacesControlCharacters();
-    void componentsDropOnlyTrailingEmpty_data();
-    void componentsDropOnlyTrailingEmpty();
+    void splitting_data();
+    void splitting();
     void repeatedByHalving();
-    void escaping_data();
-    void escaping();
-    void expandingChosenEscapes_data();
-    void expandingChosenEscapes();
+    void edits_data();
+    void edits();
     void expandingControlEscapes_data();
     void expandingControlEscapes();
     void regexReplacement_data();
     void regexReplacement();
 };
 
-void tst_StringExtensions::booleanValueReadsLeadingLetterOrInteger_data()
+void tst_StringExtensions::parsersReadTheSameText_data()
 {
+    // booleanValue: a leading y, Y, t, T or 1, else the integer; numericValue
+    // is strtol with base 0; smartFloatValue takes either decimal mark;
+    // isIntegerNumber wants ASCII digits only.
     QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("expected");
-    QTest::newRow("yes") << "yes" << true;
-    QTest::newRow("True") << "True" << true;
-    QTest::newRow("one") << "1" << true;
-    QTest::newRow("Yellow counts") << "Yellow" << true;
-    QTest::newRow("Tomato counts") << "Tomato" << true;
-    QTest::newRow("1x") << "1x" << true;
-    QTest::newRow("42 by integer") << "42" << true;
-    QTest::newRow("blank then 5") << " 5" << true;
-    QTest::newRow("minus one") << "-1" << true;
-    QTest::newRow("zero") << "0" << false;
-    QTest::newRow("empty") << "" << false;
-    QTest::newRow("nope") << "nope" << false;
-    QTest::newRow("false") << "false" << false;
-    QTest::newRow("x") << "x" << false;
+    QTest::addColumn<bool>("boolean");
+    QTest::addColumn<qint64>("numeric");
+    QTest::addColumn<float>("smartFloat");
+    QTest::addColumn<bool>("isInteger");
+    row("empty", "", false, qint64(0), 0.0f, false);
+    row("leading y", "yes", true, qint64(0), 0.0f, false);
+    row("leading T", "True", true, qint64(0), 0.0f, false);
+    row("leading Y", "Yellow", true, qint64(0), 0.0f, false);
+    row("other word", "false", false, qint64(0), 0.0f, false);
+    row("leading 1", "1x", true, qint64(1), 1.0f, false);
+    row("integer", "42", true, qint64(42), 42.0f, true);
+    row("zero", "0", false, qint64(0), 0.0f, true);
+    row("blanks sign junk", "  -12abc", true, qint64(-12), -12.0f, false);
+    row("minus", "-1", true, qint64(-1), -1.0f, false);
+    row("octal", "010", true, qint64(8), 10.0f, true);
+    row("hex", "0x1F", false, qint64(31), 0.0f, false);
+    row("beyond 32 bits", "8589934592", true, qint64(8589934592LL), 8589934592.0f, true);
+    row("comma after point", "1.234,5", true, qint64(1), 1234.5f, false);
+    row("comma before point", "1,234.5", true, qint64(1), 1234.5f, false);
+    row("comma only", "2,5", true, qint64(2), 2.5f, false);
+    row("number then unit", " 3.5kg", true, qint64(3), 3.5f, false);
+    row("not infinity", "inf", false, qint64(0), 0.0f, false);
+    row("arabic-indic digit", QString(QChar(0x0661)), false, qint64(0), 0.0f, false);
 }
 
-void tst_StringExtensions::booleanValueReadsLeadingLetterOrInteger()
+void tst_StringExtensions::parsersReadTheSameText()
 {
     QFETCH(QString, text);
-    QFETCH(bool, expected);
-    QCOMPARE(booleanValue(text), expected);
-}
-
-void tst_StringExtensions::numericValueParsesLikeStrtol_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<qint64>("expected");
-    QTest::newRow("hex") << "0x1F" << qint64(31);
-    QTest::newRow("octal") << "010" << qint64(8);
-    QTest::newRow("blanks sign junk") << "  -12abc" << qint64(-12);
-    QTest::newRow("no number") << "abc" << qint64(0);
-    QTest::newRow("beyond 32 bits") << "8589934592" << qint64(8589934592LL);
-    QTest::newRow("empty") << "" << qint64(0);
-}
-
-void tst_StringExtensions::numericValueParsesLikeStrtol()
-{
-    QFETCH(QString, text);
-    QFETCH(qint64, expected);
-    QCOMPARE(numericValue(text), expected);
-}
-
-void tst_StringExtensions::smartFloatValueAcceptsBothDecimalMarks_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<float>("expected");
-    QTest::newRow("comma after point") << "1.234,5" << 1234.5f;
-    QTest::newRow("comma before point") << "1,234.5" << 1234.5f;
-    QTest::newRow("comma only") << "2,5" << 2.5f;
-    QTest::newRow("point only") << "2.5" << 2.5f;
-    QTest::newRow("no number") << "abc" << 0.0f;
-    QTest::newRow("not infinity") << "inf" << 0.0f;
-    QTest::newRow("leading number") << " 3.5kg" << 3.5f;
-}
-
-void tst_StringExtensions::smartFloatValueAcceptsBothDecimalMarks()
-{
-    QFETCH(QString, text);
-    QFETCH(float, expected);
-    QCOMPARE(smartFloatValue(text), expected);
-}
-
-void tst_StringExtensions::isIntegerNumberAllowsOnlyAsciiDigits_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("expected");
-    QTest::newRow("empty") << "" << false;
-    QTest::newRow("zero") << "0" << true;
-    QTest::newRow("leading zeros") << "007" << true;
-    QTest::newRow("plus") << "+1" << false;
-    QTest::newRow("minus") << "-1" << false;
-    QTest::newRow("decimal") << "1.0" << false;
-    QTest::newRow("arabic-indic digit") << QString(QChar(0x0661)) << false;
-}
-
-void tst_StringExtensions::isIntegerNumberAllowsOnlyAsciiDigits()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, expected);
-    QCOMPARE(isIntegerNumber(text), expected);
+    QFETCH(bool, boolean);
+    QFETCH(qint64, numeric);
+    QFETCH(float, smartFloat);
+    QFETCH(bool, isInteger);
+    QCOMPARE(booleanValue(text), boolean);
+    QCOMPARE(numericValue(text), numeric);
+    QCOMPARE(smartFloatValue(text), smartFloat);
+    QCOMPARE(isIntegerNumber(text), isInteger);
 }
 
 void tst_StringExtensions::numericCompareOrdersDigitRunsByValue_data()
@@ -138,14 +93,10 @@ void tst_StringExtensions::numericCompareOrdersDigitRunsByValue_data()
     QTest::addColumn<QString>("b");
     QTest::addColumn<int>("numeric");
     QTest::addColumn<int>("caseless");
-    QTest::newRow("file9 file10") << "file9"
-                                  << "file10" << -1 << -1;
-    QTest::newRow("prefix sorts first") << "1.0"
-                                        << "1.0.0" << -1 << -1;
-    QTest::newRow("case matters") << "File2"
-                                  << "file2" << -1 << 0;
-    QTest::newRow("equal") << "a1"
-                           << "a1" << 0 << 0;
+    row("file9 file10", "file9", "file10", -1, -1);
+    row("prefix sorts first", "1.0", "1.0.0", -1, -1);
+    row("case matters", "File2", "file2", -1, 0);
+    row("equal", "a1", "a1", 0, 0);
 }
 
 void tst_StringExtensions::numericCompareOrdersDigitRunsByValue()
@@ -162,29 +113,15 @@ void tst_StringExtensions::numericCompareOrdersDigitRunsByValue()
 
 void tst_StringExtensions::wildcardPatterns_data()
 {
+    // What the comparison with fnmatch below cannot show: its alphabet has
+    // neither capitals nor "?".
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("pattern");
     QTest::addColumn<bool>("expected");
-    QTest::newRow("star matches empty") << ""
-                                        << "*" << true;
-    QTest::newRow("star matches text") << "anything"
-                                       << "*" << true;
-    QTest::newRow("stars only") << ""
-                                << "***" << true;
-    QTest::newRow("suffix may not overlap") << "ab"
-                                            << "ab*b" << false;
-    QTest::newRow("a*c*e abcde") << "abcde"
-                                 << "a*c*e" << true;
-    QTest::newRow("a*c*e ace") << "ace"
-                               << "a*c*e" << true;
-    QTest::newRow("literal equal") << "abc"
-                                   << "abc" << true;
-    QTest::newRow("literal longer") << "abcd"
-                                    << "abc" << false;
-    QTest::newRow("case-sensitive") << "abc"
-                                    << "A*" << false;
-    QTest::newRow("no question mark") << "abc"
-                                      << "a?c" << false;
+    row("stars match empty", "", "***", true);
+    row("suffix may not overlap", "ab", "ab*b", false);
+    row("case-sensitive", "abc", "A*", false);
+    row("no question mark", "abc", "a?c", false);
 }
 
 void tst_StringExtensions::wildcardPatterns()
@@ -223,17 +160,20 @@ void tst_StringExtensions::wildcardAgreesWithFnmatch()
 
 void tst_StringExtensions::trimming_data()
 {
+    // stringByTrimmingWhitespace has its own rule (code units below 33 and
+    // U+00A0); trimWhitespace the platform's white space; asSingleLine turns
+    // every control and format character into a space, then trims.
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("own");
     QTest::addColumn<QString>("platform");
-    QTest::newRow("no-break space and tab") << QStringLiteral("\u00A0 x \t") << "x"
-                                            << "x";
-    QTest::newRow("blank only") << " \t "
-                                << ""
-                                << "";
-    // U+2003 is white space to the platform set but not to the own rule.
-    QTest::newRow("em space") << QStringLiteral("\u2003x") << QStringLiteral("\u2003x") << "x";
-    QTest::newRow("control char") << QStringLiteral("\x01x") << "x" << QStringLiteral("\x01x");
+    QTest::addColumn<QString>("singleLine");
+    row("no-break space and tab", "\u00A0 x \t", "x", "x", "x");
+    row("blank only", " \t ", "", "", "");
+    row("em space", "\u2003x", "\u2003x", "x", "x");
+    row("control char", "\x01x", "x", "\x01x", "x");
+    row("inner breaks and format char", "\ta\r\nb\u200Bc ", "a\r\nb\u200Bc", "a\r\nb\u200Bc",
+        "a  b c");
+    row("nothing to trim", "x y", "x y", "x y", "x y");
 }
 
 void tst_StringExtensions::trimming()
@@ -241,86 +181,40 @@ void tst_StringExtensions::trimming()
     QFETCH(QString, text);
     QFETCH(QString, own);
     QFETCH(QString, platform);
-    QCOMPARE(stringByTrimmingWhitespace(text), own);
+    QFETCH(QString, singleLine);
+    const QString trimmed = stringByTrimmingWhitespace(text);
+    QCOMPARE(trimmed, own);
+    if (own == text)
+        QCOMPARE(trimmed.constData(), text.constData());
     QCOMPARE(trimWhitespace(text), platform);
+    QCOMPARE(asSingleLine(text), singleLine);
 }
 
-void tst_StringExtensions::trimmingReturnsReceiverWhenNothingRemoved()
+void tst_StringExtensions::splitting_data()
 {
-    const QString x = QStringLiteral("x y");
-    QCOMPARE(stringByTrimmingWhitespace(x).constData(), x.constData());
-    const QString empty = QString::fromLatin1("");
-    QCOMPARE(stringByTrimmingWhitespace(empty).constData(), empty.constData());
-}
-
-void tst_StringExtensions::linesSplitAtOneSeparator_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QStringList>("lines");
-    QTest::newRow("mixed keeps lone LF") << "a\r\nb\nc" << QStringList { "a", "b\nc" };
-    QTest::newRow("final empty line") << "a\n" << QStringList { "a", "" };
-    QTest::newRow("CR only") << "a\rb" << QStringList { "a", "b" };
-    QTest::newRow("no break") << "abc" << QStringList { "abc" };
-}
-
-void tst_StringExtensions::linesSplitAtOneSeparator()
-{
-    QFETCH(QString, text);
-    QFETCH(QStringList, lines);
-    QCOMPARE(arrayOfLines(text), lines);
-}
-
-void tst_StringExtensions::withLineSeparatorKeepsPassOrder_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("separator");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("to LF") << "a\r\nb\rc"
-                           << "\n"
-                           << "a\nb\nc";
-    QTest::newRow("to CRLF doubles up") << "a\r\nb"
-                                        << "\r\n"
-                                        << "a\r\r\n\r\nb";
-    QTest::newRow("lone CR to CRLF") << "a\rb"
-                                     << "\r\n"
-                                     << "a\r\r\nb";
-    QTest::newRow("null removes") << "a\nb" << QString() << "ab";
-    QTest::newRow("to CR") << "a\r\nb\nc"
-                           << "\r"
-                           << "a\rb\rc";
-}
-
-void tst_StringExtensions::withLineSeparatorKeepsPassOrder()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, separator);
-    QFETCH(QString, expected);
-    QCOMPARE(withLineSeparator(text, separator), expected);
-    const QString plain = QStringLiteral("no breaks");
-    QCOMPARE(withLineSeparator(plain, separator).constData(), plain.constData());
-}
-
-void tst_StringExtensions::asSingleLineReplacesControlCharacters()
-{
-    // Each control (Cc) and format (Cf) character becomes one space; ends trimmed.
-    QCOMPARE(asSingleLine(QStringLiteral("\ta\r\nb\u200Bc ")), QStringLiteral("a  b c"));
-}
-
-void tst_StringExtensions::componentsDropOnlyTrailingEmpty_data()
-{
+    // Lines split at the first kind of break found (CRLF, LF, CR); components
+    // keep inner and leading empties but not a trailing one.
+    QTest::addColumn<Split>("split");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("parts");
-    QTest::newRow("doubled and trailing") << "a,,b," << QStringList { "a", "", "b" };
-    QTest::newRow("leading") << ",a" << QStringList { "", "a" };
-    QTest::newRow("separator only") << "," << QStringList { "" };
-    QTest::newRow("empty") << "" << QStringList {};
+    const Split lines = arrayOfLines;
+    const Split commas = [](const QString &s) { return componentsSeparatedByCharacter(s, u','); };
+    row("lines: mixed keeps lone LF", lines, "a\r\nb\nc", QStringList { "a", "b\nc" });
+    row("lines: final empty line", lines, "a\n", QStringList { "a", "" });
+    row("lines: CR only", lines, "a\rb", QStringList { "a", "b" });
+    row("lines: no break", lines, "abc", QStringList { "abc" });
+    row("commas: doubled and trailing", commas, "a,,b,", QStringList { "a", "", "b" });
+    row("commas: leading", commas, ",a", QStringList { "", "a" });
+    row("commas: separator only", commas, ",", QStringList { "" });
+    row("commas: empty", commas, "", QStringList {});
 }
 
-void tst_StringExtensions::componentsDropOnlyTrailingEmpty()
+void tst_StringExtensions::splitting()
 {
+    QFETCH(Split, split);
     QFETCH(QString, text);
     QFETCH(QStringList, parts);
-    QCOMPARE(componentsSeparatedByCharacter(text, u','), parts);
+    QCOMPARE(split(text), parts);
 }
 
 void tst_StringExtensions::repeatedByHalving()
@@ -333,69 +227,47 @@ void tst_StringExtensions::repeatedByHalving()
     QCOMPARE(repeated(ab, 1000).size(), 2000);
 }
 
-void tst_StringExtensions::escaping_data()
+void tst_StringExtensions::edits_data()
 {
+    // Escaping and expanding with a set of characters, and line separators.
+    QTest::addColumn<Edit>("edit");
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("set");
+    QTest::addColumn<QString>("argument");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("tab") << "a\tb"
-                         << "\t"
-                         << "a\\tb";
-    QTest::newRow("quote") << "say \"hi"
-                           << "\""
-                           << "say \\\"hi";
-    QTest::newRow("tab not in set") << "a\tb\""
-                                    << "\""
-                                    << "a\tb\\\"";
-    QTest::newRow("backslash") << "a\\b"
-                               << "\\"
-                               << "a\\\\b";
-    QTest::newRow("two apart") << "a\"bcd\"e"
-                               << "\""
-                               << "a\\\"bc\\d\"e";
+    const Edit escape = stringByEscapingCharacters, expand = stringByExpandingEscapedCharacters;
+    const Edit expandDefault = [](const QString &s, const QString &) {
+        return stringByExpandingEscapedCharacters(s, defaultEscapeSet());
+    };
+    const Edit separate = withLineSeparator;
+    row("escape: tab by name", escape, "a\tb", "\t", "a\\tb");
+    row("escape: only the set, by backslash", escape, "a\tb\"", "\"", "a\tb\\\"");
+    // Positions are those of the unedited input: the second escape lands one early.
+    row("escape: two apart", escape, "a\"bcd\"e", "\"", "a\\\"bc\\d\"e");
+    row("escape: nothing to escape", escape, "clean", "\"", "clean");
+    row("expand: default set", expandDefault, "a\\nb\\\\c\\q", "", "a\nb\\c\\q");
+    row("expand: produced char not re-read", expandDefault, "\\\\n", "", "\\n");
+    row("expand: nothing in the set", expandDefault, "plain\\z", "", "plain\\z");
+    row("expand: letters", expand, "\\t\\r", "t", "\t\\r");
+    row("expand: control chars name letters", expand, "\\t\\r", "\t\r", "\t\r");
+    // Fixed pass order CRLF, CR, LF, skipping the separator's own pass.
+    row("separator: to LF", separate, "a\r\nb\rc", "\n", "a\nb\nc");
+    row("separator: to CRLF doubles up", separate, "a\r\nb", "\r\n", "a\r\r\n\r\nb");
+    row("separator: to CR", separate, "a\r\nb\nc", "\r", "a\rb\rc");
+    row("separator: null removes", separate, "a\nb", QString(), "ab");
+    row("separator: already LF", separate, "a\nb", "\n", "a\nb");
+    row("separator: no breaks", separate, "no breaks", "\r\n", "no breaks");
 }
 
-void tst_StringExtensions::escaping()
+void tst_StringExtensions::edits()
 {
+    QFETCH(Edit, edit);
     QFETCH(QString, text);
-    QFETCH(QString, set);
+    QFETCH(QString, argument);
     QFETCH(QString, expected);
-    QCOMPARE(stringByEscapingCharacters(text, set), expected);
-    const QString clean = QStringLiteral("clean");
-    QCOMPARE(stringByEscapingCharacters(clean, set).constData(), clean.constData());
-}
-
-void tst_StringExtensions::expandingChosenEscapes_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("defaultSet");
-    QTest::addColumn<QString>("set");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("default set") << "a\\nb\\\\c\\q" << true << ""
-                                 << "a\nb\\c\\q";
-    QTest::newRow("letters") << "\\t\\r" << false << "t"
-                             << "\t\\r";
-    QTest::newRow("control chars name letters") << "\\t\\r" << false << "\t\r"
-                                                << "\t\r";
-    QTest::newRow("quote") << "\\\"x\\\"" << false << "\""
-                           << "\"x\"";
-    QTest::newRow("produced char not re-read") << "\\\\n"
-                                               << true << ""
-                                               << "\\n";
-}
-
-void tst_StringExtensions::expandingChosenEscapes()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, defaultSet);
-    QFETCH(QString, set);
-    QFETCH(QString, expected);
-    QCOMPARE(
-        stringByExpandingEscapedCharacters(text, defaultSet ? defaultEscapeSet() : set), expected);
-    const QString plain = QStringLiteral("plain\\z");
-    QCOMPARE(stringByExpandingEscapedCharacters(plain, defaultSet ? defaultEscapeSet() : set)
-                 .constData(),
-        plain.constData());
+    const QString result = edit(text, argument);
+    QCOMPARE(result, expected);
+    if (expected == text) // nothing to do: the receiver itself
+        QCOMPARE(result.constData(), text.constData());
 }
 
 void tst_StringExtensions::expandingControlEscapes_data()
@@ -404,11 +276,11 @@ void tst_StringExtensions::expandingControlEscapes_data()
     QTest::addColumn<bool>("backslash");
     QTest::addColumn<QString>("expected");
     QTest::addColumn<bool>("changed");
-    QTest::newRow("pair kept whole without backslash") << "\\\\n" << false << "\\\\n" << false;
-    QTest::newRow("pair folded with backslash") << "\\\\n" << true << "\\n" << true;
-    QTest::newRow("letters") << "a\\tb\\r\\n" << false << "a\tb\r\n" << true;
-    QTest::newRow("other char left") << "\\q" << true << "\\q" << false;
-    QTest::newRow("short") << "\\" << true << "\\" << false;
+    row("pair kept whole without backslash", "\\\\n", false, "\\\\n", false);
+    row("pair folded with backslash", "\\\\n", true, "\\n", true);
+    row("letters", "a\\tb\\r\\n", false, "a\tb\r\n", true);
+    row("other char left", "\\q", true, "\\q", false);
+    row("short", "\\", true, "\\", false);
 }
 
 void tst_StringExtensions::expandingControlEscapes()
@@ -433,22 +305,9 @@ void tst_StringExtensions::regexReplacement_data()
     QTest::addColumn<QString>("pattern");
     QTest::addColumn<QString>("templ");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("group one") << "xaby"
-                               << "a(b)"
-                               << "$1"
-                               << "xby";
-    QTest::newRow("every match") << "a1b22"
-                                 << "(\\d+)"
-                                 << "<$1>"
-                                 << "a<1>b<22>";
-    QTest::newRow("escaped dollar") << "ab"
-                                    << "b"
-                                    << "\\$0"
-                                    << "a$0";
-    QTest::newRow("whole match") << "ab"
-                                 << "b"
-                                 << "[$0]"
-                                 << "a[b]";
+    row("every match, group one", "a1b22", "(\\d+)", "<$1>", "a<1>b<22>");
+    row("whole match", "ab", "b", "[$0]", "a[b]");
+    row("escaped dollar", "ab", "b", "\\$0", "a$0");
 }
 
 void tst_StringExtensions::regexReplacement()
