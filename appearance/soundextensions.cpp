@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "soundextensions.h"
 
+#include "extensions/stringextensions.h"
 #include "soundextensions_p.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxlog.h"
@@ -20,7 +21,6 @@
 #include <QUrl>
 #include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 
@@ -106,10 +106,8 @@ std::optional<double> floatValueOf(const QVariant &value)
     case QMetaType::ULongLong:
     case QMetaType::Bool:
         return value.toDouble();
-    case QMetaType::QString: {
-        const QByteArray text = value.toString().toUtf8();
-        return std::strtod(text.constData(), nullptr);
-    }
+    case QMetaType::QString:
+        return StringExtensions::floatValue(value.toString());
     default:
         return std::nullopt;
     }
@@ -175,8 +173,7 @@ QStringList SoundExtensions::applicationSounds()
         if (name != kSilence)
             names.append(name);
     }
-    std::sort(names.begin(), names.end(),
-        [](const QString &a, const QString &b) { return QString::compare(a, b) < 0; });
+    names.sort(); // plain UTF-16 order
     return names;
 }
 
@@ -203,8 +200,7 @@ QStringList SoundExtensions::systemSounds()
     QStringList names;
     for (const QString &path : systemSoundFiles())
         names.append(nameOfSoundFile(path));
-    std::sort(names.begin(), names.end(),
-        [](const QString &a, const QString &b) { return QString::compare(a, b) < 0; });
+    names.sort(); // plain UTF-16 order
     names.erase(std::unique(names.begin(), names.end()), names.end());
     return names;
 }

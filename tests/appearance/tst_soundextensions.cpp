@@ -8,6 +8,7 @@
 #include "appearance/soundextensions_p.h"
 #include "common/audiorecording.h"
 #include "common/logcapture.h"
+#include "common/testfiles.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxuserdefaults.h"
 
@@ -23,14 +24,6 @@
 using namespace SoundExtensions;
 
 namespace {
-
-void writeFile(const QString &path, const QByteArray &data = {})
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(data);
-}
 
 // Plays "Done" as a sound effect and answers the peaks the two outputs
 // recorded meanwhile.

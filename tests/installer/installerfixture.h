@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/testfiles.h"
 #include "installer/installerwincontroller.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxpropertylist.h"
@@ -53,15 +54,7 @@ public:
 
     void writeInfo()
     {
-        write(product + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
-    }
-
-    static void write(const QString &path, const QByteArray &content)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        f.write(content);
+        writeFile(product + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
     }
 
     QString path(const QString &relative) const

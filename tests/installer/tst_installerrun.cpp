@@ -34,9 +34,9 @@ void makeRunnable(ProductFixture &fixture, const QString &marker = QString())
     QDir().mkpath(QFileInfo(program).path());
     QFile::remove(program);
     QFile::copy(kHelpers + "/behaviour", program);
-    ProductFixture::write(fixture.product + "/Contents/Resources/ReadMe.txt", "new version");
+    writeFile(fixture.product + "/Contents/Resources/ReadMe.txt", "new version");
     if (!marker.isEmpty())
-        ProductFixture::write(fixture.product + "/Contents/Resources/" + marker, marker.toUtf8());
+        writeFile(fixture.product + "/Contents/Resources/" + marker, marker.toUtf8());
 }
 
 // Ends every process started from below the folder.
@@ -156,7 +156,7 @@ void TestInstallerRun::installOverExistingCopyKeepsOldInTrash()
     makeRunnable(fixture);
     const QString destination = fixture.applications + "/Foo.app";
     QVERIFY(ProductCopy::copyTree(fixture.product, destination));
-    ProductFixture::write(destination + "/Contents/Resources/old-marker", "the user's old copy");
+    writeFile(destination + "/Contents/Resources/old-marker", "the user's old copy");
     Run run(fixture, {});
     QVERIFY(run.start());
     QVERIFY(run.finished.first().first().toString().isNull());
@@ -186,12 +186,12 @@ void TestInstallerRun::wrapperFolder()
     ProductFixture fixture;
     makeRunnable(fixture);
     const QString wrapper = fixture.volume + "/Foo Folder";
-    ProductFixture::write(wrapper + "/Manual.pdf", "%PDF new");
-    ProductFixture::write(wrapper + "/Extras/plugin.so", "plugin");
+    writeFile(wrapper + "/Manual.pdf", "%PDF new");
+    writeFile(wrapper + "/Extras/plugin.so", "plugin");
     const QString installed = fixture.applications + "/Foo Folder";
     if (existingWrapper) {
-        ProductFixture::write(installed + "/Manual.pdf", "%PDF old");
-        ProductFixture::write(installed + "/My Notes.txt", "the user's own file");
+        writeFile(installed + "/Manual.pdf", "%PDF old");
+        writeFile(installed + "/My Notes.txt", "the user's own file");
     }
     Run run(fixture, { "-wrapperPath", wrapper });
     QVERIFY(run.start());
@@ -302,7 +302,7 @@ void TestInstallerRun::staleStagingCopyGoesToTrash()
     makeRunnable(fixture);
     const QString destination = fixture.applications + "/Foo.app";
     const QString stale = fixture.applications + "/.Foo.app.quillet-999999";
-    ProductFixture::write(stale + "/Contents/Resources/old-marker", "old");
+    writeFile(stale + "/Contents/Resources/old-marker", "old");
     QCOMPARE(ProductCopy::installProductCopy(fixture.product, destination, QString()), 0);
     QVERIFY(!QFile::exists(stale));
     QVERIFY(QFile::exists(
@@ -338,7 +338,7 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     ProductFixture fixture;
     makeRunnable(fixture);
     const QString script = fixture.path("elevate.sh");
-    ProductFixture::write(script, ("#!/bin/sh\n" + standIn + "\n").toUtf8());
+    writeFile(script, ("#!/bin/sh\n" + standIn + "\n").toUtf8());
     QFile::setPermissions(script, QFile::ReadOwner | QFile::ExeOwner);
     const QString destination = "/opt/QuilletRunTest-" + QString::number(::getpid()) + ".app";
     InstallerWinController::setHelperPath(
@@ -356,7 +356,7 @@ void TestInstallerRun::privilegedPathThroughStandInElevation()
     // user's own, which would hide the system one.
     const QString userEntry
         = QDir::homePath() + "/.local/share/applications/dev.example.foo.desktop";
-    ProductFixture::write(userEntry,
+    writeFile(userEntry,
         ("[Desktop Entry]\nType=Application\nName=Foo\nX-Quillet-Bundle=" + destination + "\n")
             .toUtf8());
     const auto removeUserEntry = qScopeGuard([&] { QFile::remove(userEntry); });

@@ -153,7 +153,7 @@ void TestInstallerSetup::destination()
     QFETCH(QString, expected);
     ProductFixture fixture;
     QDir().mkpath(fixture.path("Other"));
-    ProductFixture::write(fixture.path("afile"), "x");
+    writeFile(fixture.path("afile"), "x");
     LogCapture quiet;
     Controller c = setUp(fixture, { "-destinationPath", fixture.path(given) });
     QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
@@ -230,13 +230,13 @@ void TestInstallerSetup::setupErrors()
         fixture.info.remove("CFBundleSignature");
         fixture.writeInfo();
     } else if (case_ == "file") {
-        ProductFixture::write(fixture.path("plain.app"), "data");
+        writeFile(fixture.path("plain.app"), "data");
         args << "-sourcePath" << fixture.path("plain.app");
     } else if (case_ == "binary") {
-        ProductFixture::write(
+        writeFile(
             fixture.product + "/Contents/Info.plist", QByteArray("bplist00\x01\x02\x03\xff", 12));
     } else if (case_ == "malformed") {
-        ProductFixture::write(
+        writeFile(
             fixture.product + "/Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>");
     }
     LogCapture capture;
@@ -282,7 +282,7 @@ void TestInstallerSetup::helpButtonVisibility()
     QFETCH(QStringList, args);
     QFETCH(bool, visible);
     ProductFixture fixture;
-    ProductFixture::write(fixture.path("doc.pdf"), "%PDF");
+    writeFile(fixture.path("doc.pdf"), "%PDF");
     args.replaceInStrings("@doc", fixture.path("doc.pdf"));
     args.replaceInStrings("@missing", fixture.path("gone.pdf"));
     LogCapture quiet;
@@ -326,7 +326,7 @@ void TestInstallerSetup::readMeFallbacks()
     QFETCH(QString, shown);
     ProductFixture fixture;
     const QString readMe = fixture.path("ReadMe." + suffix);
-    ProductFixture::write(readMe, content);
+    writeFile(readMe, content);
     LogCapture quiet;
     Controller c = setUp(fixture, { "-readMePath", readMe });
     QCOMPARE(c->tabView()->currentIndex(), 0); // the file exists: the read-me page comes first
@@ -342,7 +342,7 @@ void TestInstallerSetup::iconFallbacks()
     // leave the icon as it was, and set-up goes on.
     fixture.info.insert("CFBundleIconFile", "Foo");
     fixture.writeInfo();
-    ProductFixture::write(fixture.product + "/Contents/Resources/Foo.icns",
+    writeFile(fixture.product + "/Contents/Resources/Foo.icns",
         QByteArray("icns\x00\x00\x10\x00garbage", 16));
     LogCapture quiet;
     Controller c = setUp(fixture, { "-iconPath", fixture.path("missing.png") });
@@ -435,7 +435,7 @@ void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
                 .entryList(QDir::Files | QDir::Hidden)
                 .isEmpty()); // the probe is gone
     QVERIFY(!c.canWriteToDirectory(fixture.path("missing")));
-    ProductFixture::write(fixture.path("f"), "x");
+    writeFile(fixture.path("f"), "x");
     QVERIFY(c.canWriteToFile(fixture.path("f")));
     QVERIFY(!c.canWriteToFile(fixture.path("missing")));
     QVERIFY(!c.canWriteToFileOrDirectory(fixture.path("missing")));
@@ -451,13 +451,13 @@ void TestInstallerSetup::loginItemBecomesDestination()
     const QString installed = fixture.path("Elsewhere/Foo.app");
     QDir().mkpath(installed + "/Contents/Linux");
     const QString autostart = QDir::homePath() + "/.config/autostart";
-    ProductFixture::write(
+    writeFile(
         autostart + "/a-other.desktop", "[Desktop Entry]\nType=Application\nExec=/usr/bin/other\n");
-    ProductFixture::write(autostart + "/foo.desktop",
+    writeFile(autostart + "/foo.desktop",
         ("[Desktop Entry]\nType=Application\nName=Foo\nExec=\"" + installed
             + "/Contents/Linux/Foo\" --hidden\n")
             .toUtf8());
-    ProductFixture::write(autostart + "/hidden.desktop",
+    writeFile(autostart + "/hidden.desktop",
         "[Desktop Entry]\nExec=/opt/FooOld.app/Contents/Linux/Foo\nHidden=true\n");
     LogCapture capture;
     Controller c = setUp(fixture, {});

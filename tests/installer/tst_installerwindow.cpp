@@ -62,7 +62,7 @@ void TestInstallerWindow::initTestCase()
     // The browser is a script that writes down what it was asked to open.
     m_browserLog = QDir::homePath() + QLatin1String("/browser.log");
     const QString browser = QDir::homePath() + QLatin1String("/browser.sh");
-    ProductFixture::write(browser, ("#!/bin/sh\necho \"$1\" >> '" + m_browserLog + "'\n").toUtf8());
+    writeFile(browser, ("#!/bin/sh\necho \"$1\" >> '" + m_browserLog + "'\n").toUtf8());
     QFile::setPermissions(browser, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("BROWSER", browser.toUtf8());
     vxInstallTranslations(

@@ -5,6 +5,7 @@
 // the old bundle or the complete new one, and the old one is never lost: it
 // is at the destination, in the Trash, or at a staging name the next run
 // puts in the Trash.
+#include "common/testfiles.h"
 #include "installer/productcopy.h"
 
 #include <QCryptographicHash>
@@ -19,13 +20,6 @@
 #include <unistd.h>
 
 namespace {
-void write(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(content);
-}
 
 // Relative path -> content digest of every file below a folder.
 QMap<QString, QByteArray> tree(const QString &root)
@@ -52,11 +46,11 @@ struct Bundles
 Bundles prepare(const QString &source, const QString &destination, int files, int size)
 {
     for (int i = 0; i < files; ++i)
-        write(QString("%1/Contents/Resources/part%2.bin").arg(source).arg(i),
+        writeFile(QString("%1/Contents/Resources/part%2.bin").arg(source).arg(i),
             QByteArray(size, char('a' + i % 26)));
-    write(source + "/Contents/Info.plist", "{ CFBundleSignature = WXYZ; }");
-    write(destination + "/Contents/Resources/old-marker", "the user's old copy");
-    write(destination + "/Contents/Info.plist", "{ old = yes; }");
+    writeFile(source + "/Contents/Info.plist", "{ CFBundleSignature = WXYZ; }");
+    writeFile(destination + "/Contents/Resources/old-marker", "the user's old copy");
+    writeFile(destination + "/Contents/Info.plist", "{ old = yes; }");
     return { tree(destination), tree(source) };
 }
 

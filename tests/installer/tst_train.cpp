@@ -5,6 +5,7 @@
 // what it registers for all users, where the old copy goes and whose it is
 // there, and what it refuses without writing anything.
 #include "common/systemtestuser.h"
+#include "common/testfiles.h"
 #include "installer/desktopentry.h"
 
 #include <QDir>
@@ -24,14 +25,6 @@
 namespace {
 const QString kTrain
     = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train");
-
-void write(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(content);
-}
 
 struct Result
 {
@@ -73,12 +66,6 @@ QByteArray request(const QString &id, const QByteArray &icon = fakePng(),
     const std::string text = DesktopEntry::requestText({ id.toStdString(), name.toStdString(),
         "2.0", executable.toStdString(), icon.toStdString() });
     return QByteArray(text.data(), qsizetype(text.size()));
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // Owner of every item below and including path, without following links.
@@ -141,8 +128,8 @@ void TestTrain::initTestCase()
     if (::geteuid() != 0)
         QSKIP("the helper's checks are made as root");
     m_source = m_dir.path() + "/Volume/Foo.app";
-    write(m_source + "/Contents/Info.plist", "{ CFBundleSignature = WXYZ; }");
-    write(m_source + "/Contents/Linux/Foo", "#!/bin/sh\n");
+    writeFile(m_source + "/Contents/Info.plist", "{ CFBundleSignature = WXYZ; }");
+    writeFile(m_source + "/Contents/Linux/Foo", "#!/bin/sh\n");
     QFile::setPermissions(m_source + "/Contents/Linux/Foo",
         QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther
             | QFile::ExeOther);
@@ -185,7 +172,7 @@ void TestTrain::installsIntoSystemFolder()
     QVERIFY(!(QFileInfo(destination + "/Contents/Linux/Foo").permissions() & QFile::WriteOther));
 
     // Over an existing copy: the old one goes to the user's Trash.
-    write(destination + "/old-marker", "old");
+    writeFile(destination + "/old-marker", "old");
     r = train({ m_source, destination });
     QVERIFY2(r.exitCode == 0, qPrintable(r.error));
     QVERIFY(!QFile::exists(destination + "/old-marker"));
@@ -244,8 +231,8 @@ void TestTrain::hostileInvocationsAreRefused()
     QDir().mkpath(m_dir.path() + "/real");
     QFile::link(m_dir.path() + "/Volume", m_dir.path() + "/linked");
     QFile::link(m_source, m_dir.path() + "/Volume/Link.app");
-    write(m_dir.path() + "/file.app", "x");
-    write(m_dir.path() + "/private/Foo.app/Contents/Info.plist", "{}");
+    writeFile(m_dir.path() + "/file.app", "x");
+    writeFile(m_dir.path() + "/private/Foo.app/Contents/Info.plist", "{}");
     QFile::setPermissions(
         m_dir.path() + "/private", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QFile::link("/etc", "/opt/" + m_name);
@@ -298,13 +285,13 @@ void TestTrain::registersForAllUsers()
     Result r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id));
     QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
     const QString entryFile = SystemShareGuard::entryFile(m_id);
-    QByteArray entry = readAll(entryFile);
+    QByteArray entry = readFile(entryFile);
     QVERIFY2(entry.contains(("\nExec=\"" + destination + "/Contents/Linux/Foo\"\n").toUtf8()),
         entry.constData());
     QVERIFY(entry.contains(("\nX-Quillet-Bundle=" + destination + "\n").toUtf8()));
     QVERIFY(entry.contains("\nName=Foo Deluxe\n"));
     QVERIFY(entry.contains(("\nIcon=" + SystemShareGuard::iconFile(m_id) + "\n").toUtf8()));
-    QCOMPARE(readAll(SystemShareGuard::iconFile(m_id)), fakePng());
+    QCOMPARE(readFile(SystemShareGuard::iconFile(m_id)), fakePng());
     for (const QString &file : { entryFile, SystemShareGuard::iconFile(m_id) }) {
         QCOMPARE(QFileInfo(file).ownerId(), 0u);
         QVERIFY(QFileInfo(file).permissions() & QFile::ReadOther); // every user's menu reads it
@@ -313,7 +300,7 @@ void TestTrain::registersForAllUsers()
     // An update replaces the entry; the icon the bundle no longer has goes.
     r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id, QByteArray()));
     QVERIFY2(r.exitCode == 0, qPrintable(r.error));
-    entry = readAll(entryFile);
+    entry = readFile(entryFile);
     QVERIFY(!entry.contains("Icon="));
     QVERIFY(!QFile::exists(SystemShareGuard::iconFile(m_id)));
 
@@ -323,18 +310,18 @@ void TestTrain::registersForAllUsers()
     QStringList naming;
     for (const QString &f :
         QDir(SystemShareGuard::applications()).entryList(QDir::Files | QDir::Hidden | QDir::System))
-        if (readAll(SystemShareGuard::applications() + "/" + f)
+        if (readFile(SystemShareGuard::applications() + "/" + f)
                 .contains(("X-Quillet-Bundle=" + destination + "\n").toUtf8()))
             naming << f;
     QCOMPARE(naming, QStringList { renamed + ".desktop" });
 
     // Nothing on standard input (an elevation command that does not pass it
     // on): installed, the entry left as it was.
-    const QByteArray before = readAll(SystemShareGuard::entryFile(renamed));
+    const QByteArray before = readFile(SystemShareGuard::entryFile(renamed));
     r = train({ "--desktop-entry", m_source, destination });
     QCOMPARE(r.exitCode, 0);
     QVERIFY2(r.error.contains("not registered for all users"), qPrintable(r.error));
-    QCOMPARE(readAll(SystemShareGuard::entryFile(renamed)), before);
+    QCOMPARE(readFile(SystemShareGuard::entryFile(renamed)), before);
     QCOMPARE(QDir(SystemShareGuard::applications()).entryList({ ".*" }, QDir::Files | QDir::Hidden),
         QStringList()); // no temporary files left
 }
@@ -344,7 +331,7 @@ void TestTrain::registrationFollowsNoLinks()
     // Links planted at the entry's and the icon's names are replaced, not
     // written through.
     const QString planted = m_dir.path() + "/planted";
-    write(planted, "planted");
+    writeFile(planted, "planted");
     QDir().mkpath(QFileInfo(SystemShareGuard::iconFile(m_id)).path());
     QDir().mkpath(SystemShareGuard::applications());
     m_share->watch(m_id);
@@ -354,10 +341,10 @@ void TestTrain::registrationFollowsNoLinks()
     const QString destination = "/opt/" + m_name + "-links.app";
     Result r = train({ "--desktop-entry", m_source, destination }, {}, request(m_id));
     QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
-    QCOMPARE(readAll(planted), QByteArray("planted"));
+    QCOMPARE(readFile(planted), QByteArray("planted"));
     QVERIFY(!QFileInfo(SystemShareGuard::entryFile(m_id)).isSymLink());
     QVERIFY(!QFileInfo(SystemShareGuard::iconFile(m_id)).isSymLink());
-    QCOMPARE(readAll(SystemShareGuard::iconFile(m_id)), fakePng());
+    QCOMPARE(readFile(SystemShareGuard::iconFile(m_id)), fakePng());
 
     // A program that is a link in the bundle could lead anywhere: the
     // bundle is installed, but not registered.
@@ -432,9 +419,9 @@ void TestTrain::oldCopyInTrashBelongsToUser()
     // The old copy, root's: folders, files, a set-user-ID program, a link
     // to a root file, and a file with a second name outside the copy.
     const QString rootFile = m_dir.path() + "/root-file";
-    write(rootFile, "root");
-    write(destination + "/Contents/Resources/old-marker", "old");
-    write(destination + "/Contents/Linux/tool", "#!/bin/sh\n");
+    writeFile(rootFile, "root");
+    writeFile(destination + "/Contents/Resources/old-marker", "old");
+    writeFile(destination + "/Contents/Linux/tool", "#!/bin/sh\n");
     QVERIFY(
         ::chmod(QFile::encodeName(destination + "/Contents/Linux/tool").constData(), 04755) == 0);
     QVERIFY(QFile::link(rootFile, destination + "/Contents/root-link"));
@@ -449,7 +436,7 @@ void TestTrain::oldCopyInTrashBelongsToUser()
     QCOMPARE(r.error, "train: the old copy is in the Trash, but not all of it is the user's\n");
     const QString trash = m_user->home + "/.local/share/Trash";
     const QString trashed = trash + "/files/" + m_name + "-owned.app";
-    QCOMPARE(readAll(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QCOMPARE(readFile(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
     QMap<QString, uint> owner = owners(trashed);
     QCOMPARE(owner.take("Contents/second-name"), 0u); // its other name is root's
     QCOMPARE(owner.size(), 7);
@@ -482,14 +469,14 @@ void TestTrain::oldCopyOnAnotherFileSystem()
         = (top == "/" ? QString() : top) + "/.Trash-" + QString::number(m_user->uid);
     const auto removeTrash = qScopeGuard([&] { QDir(volumeTrash).removeRecursively(); });
     const QString destination = "/opt/" + m_name + "-volume.app";
-    write(destination + "/Contents/Resources/old-marker", "old");
+    writeFile(destination + "/Contents/Resources/old-marker", "old");
     const QMap<QString, QString> env { { "PKEXEC_UID", QString::number(m_user->uid) } };
 
     // A trash folder that is not the user's: refused, the old copy stays.
     QDir().mkpath(volumeTrash);
     Result r = train({ m_source, destination }, env);
     QCOMPARE(r.exitCode, 4);
-    QCOMPARE(readAll(destination + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QCOMPARE(readFile(destination + "/Contents/Resources/old-marker"), QByteArray("old"));
     QCOMPARE(QDir("/opt").entryList({ "." + m_name + "*" }, QDir::AllEntries | QDir::Hidden),
         QStringList());
     QCOMPARE(listing(volumeTrash), QStringList());
@@ -498,11 +485,11 @@ void TestTrain::oldCopyOnAnotherFileSystem()
     r = train({ m_source, destination }, env);
     QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
     const QString trashed = volumeTrash + "/files/" + m_name + "-volume.app";
-    QCOMPARE(readAll(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QCOMPARE(readFile(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
     for (const uint owner : owners(volumeTrash))
         QCOMPARE(owner, m_user->uid);
     const QString relative = destination.mid(top == "/" ? 1 : top.size() + 1);
-    QVERIFY(readAll(volumeTrash + "/info/" + m_name + "-volume.app.trashinfo")
+    QVERIFY(readFile(volumeTrash + "/info/" + m_name + "-volume.app.trashinfo")
                 .contains(("\nPath=" + relative + "\n").toUtf8()));
     QVERIFY(!QFile::exists(home + "/.local/share/Trash"));
     QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());

@@ -9,6 +9,7 @@
 // needs to make the user, the rules and the daemons; all of them are undone
 // when it ends.
 #include "common/systemtestuser.h"
+#include "common/testfiles.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -35,20 +36,6 @@ const QString kActionFile
 const QString kBusSocket = QStringLiteral("/run/dbus/system_bus_socket");
 const QString kPolkitd = QStringLiteral("/usr/lib/polkit-1/polkitd");
 const QString kPkexec = QStringLiteral("/usr/bin/pkexec");
-
-void write(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(content);
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 // Whether a name has an owner on the system bus; nullopt: no bus to ask.
 std::optional<bool> systemBusHasOwner(const QString &name)
@@ -90,7 +77,7 @@ public:
         if (m_wroteAction) {
             QFile::remove(kActionFile);
             if (!m_savedAction.isNull())
-                write(kActionFile, m_savedAction);
+                writeFile(kActionFile, m_savedAction);
         }
         for (QProcess *daemon : { &m_polkitd, &m_bus }) {
             if (daemon->state() != QProcess::NotRunning) {
@@ -110,7 +97,7 @@ public:
     // Empty when everything runs; else what failed.
     QString start()
     {
-        QByteArray policy = readAll(kPolicy);
+        QByteArray policy = readFile(kPolicy);
         const QByteArray key = "org.freedesktop.policykit.exec.path\">";
         const qsizetype from = policy.indexOf(key) + key.size();
         const qsizetype to = policy.indexOf('<', from);
@@ -118,9 +105,9 @@ public:
             return QStringLiteral("the shipped action names no helper path");
         policy.replace(from, to - from, kHelper.toUtf8());
         if (QFile::exists(kActionFile))
-            m_savedAction = readAll(kActionFile);
+            m_savedAction = readFile(kActionFile);
         m_wroteAction = true;
-        write(kActionFile, policy);
+        writeFile(kActionFile, policy);
 
         if (!systemBusHasOwner(QStringLiteral("org.freedesktop.DBus")).has_value()) {
             // A bus of our own: the system bus's usual policy, without
@@ -158,7 +145,7 @@ public:
             QFile::remove(m_rules);
             return;
         }
-        write(m_rules,
+        writeFile(m_rules,
             QStringLiteral("polkit.addRule(function(action, subject) {\n"
                            "    if (action.id == \"%1\" && subject.user == \"%2\")\n"
                            "        return polkit.Result.%3;\n"
@@ -254,8 +241,8 @@ void TestTrainPkexec::initTestCase()
     m_name = QStringLiteral("QuilletPkexecTest-%1").arg(::getpid());
     m_id = QStringLiteral("dev.quillet.pkexectest-%1").arg(::getpid());
     m_source = m_dir.path() + "/Volume/Foo.app";
-    write(m_source + "/Contents/Info.plist", infoPlist(m_id));
-    write(m_source + "/Contents/Linux/Foo", "#!/bin/sh\nexit 0\n");
+    writeFile(m_source + "/Contents/Info.plist", infoPlist(m_id));
+    writeFile(m_source + "/Contents/Linux/Foo", "#!/bin/sh\nexit 0\n");
     QFile::setPermissions(m_source + "/Contents/Linux/Foo",
         QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadOther
             | QFile::ExeOther);
@@ -362,7 +349,7 @@ void TestTrainPkexec::installsThroughPkexec()
     QVERIFY(run.log.contains("registered app: 0"));
     QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
     QCOMPARE(QFileInfo(destination).ownerId(), 0u);
-    const QByteArray entry = readAll(SystemShareGuard::entryFile(m_id));
+    const QByteArray entry = readFile(SystemShareGuard::entryFile(m_id));
     QVERIFY2(
         entry.contains(("\nX-Quillet-Bundle=" + destination + "\n").toUtf8()), entry.constData());
     QVERIFY(entry.contains(("\nExec=\"" + destination + "/Contents/Linux/Foo\"\n").toUtf8()));
@@ -370,13 +357,13 @@ void TestTrainPkexec::installsThroughPkexec()
     QVERIFY(!QFile::exists(userEntry));
 
     // An update: the old copy goes to the user's Trash, and is theirs.
-    write(destination + "/Contents/Resources/old-marker", "old");
+    writeFile(destination + "/Contents/Resources/old-marker", "old");
     run = runInstallerAsUser(destination);
     QCOMPARE(run.result, QStringLiteral("result: null"));
     QVERIFY(!QFile::exists(destination + "/Contents/Resources/old-marker"));
     const QString trashed
         = m_user->home + "/.local/share/Trash/files/" + QFileInfo(destination).fileName();
-    QCOMPARE(readAll(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+    QCOMPARE(readFile(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
     QCOMPARE(QFileInfo(trashed).ownerId(), m_user->uid);
     QCOMPARE(QFileInfo(trashed + "/Contents/Resources/old-marker").ownerId(), m_user->uid);
     QVERIFY(!QFile::exists(userEntry));

@@ -5,6 +5,7 @@
 // signals and events, pid reuse.
 #include "common/logcapture.h"
 #include "common/testchild.h"
+#include "common/testfiles.h"
 #include "process/vxappleevents.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
@@ -30,14 +31,6 @@ namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
 using Child = TestChild;
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(content);
-}
 
 // A resource fork holding one 'vers' resource (ID 1).
 QByteArray versFork(quint8 major, quint8 minorBug, quint8 stage, quint8 revision)
@@ -430,7 +423,7 @@ void TestVXProcess::quit()
     const VXProcessPtr p = VXProcess::processWithPID(child.pid());
     if (delivery != "real") {
         const auto result = delivery == "gone" ? VXProcessPlatform::SignalResult::Gone
-                                              : VXProcessPlatform::SignalResult::Delivered;
+                                               : VXProcessPlatform::SignalResult::Delivered;
         VXProcessPlatform::setSignalSender(
             [result](const VXProcessSerialNumber &, int) { return result; });
     }

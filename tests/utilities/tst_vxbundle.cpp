@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
+#include "common/testfiles.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxfourcharcode.h"
 #include "utilities/vxpropertylist.h"
@@ -11,19 +12,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
-
-namespace {
-void writeFile(const QString &path, const QByteArray &content, bool executable = false)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-    f.close();
-    if (executable)
-        f.setPermissions(f.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser);
-}
-} // namespace
 
 class TestVXBundle : public QObject
 {
@@ -49,19 +37,25 @@ void TestVXBundle::openStepPropertyLists_data()
     QVariantMap gnustep;
     gnustep.insert(QStringLiteral("ApplicationName"), QStringLiteral("Ink"));
     gnustep.insert(QStringLiteral("NSExecutable"), QStringLiteral("Ink"));
-    gnustep.insert(QStringLiteral("NSTypes"), QVariantList { QVariantMap { { QStringLiteral("NSUnixExtensions"), QVariantList { QStringLiteral("txt") } } } });
-    QTest::newRow("GNUstep Info") << QByteArray("{\n  ApplicationName = \"Ink\"; // name\n  NSExecutable = Ink;\n"
-                                               "  /* file types */ NSTypes = ( { NSUnixExtensions = ( txt ); } );\n}\n")
+    gnustep.insert(QStringLiteral("NSTypes"),
+        QVariantList { QVariantMap {
+            { QStringLiteral("NSUnixExtensions"), QVariantList { QStringLiteral("txt") } } } });
+    QTest::newRow("GNUstep Info") << QByteArray(
+        "{\n  ApplicationName = \"Ink\"; // name\n  NSExecutable = Ink;\n"
+        "  /* file types */ NSTypes = ( { NSUnixExtensions = ( txt ); } );\n}\n")
                                   << QVariant(gnustep);
     QTest::newRow("escapes") << QByteArray("{ a = \"tab\\there \\\"q\\\" \\U00e9 \\101\"; }")
-                             << QVariant(QVariantMap { { QStringLiteral("a"), QStringLiteral("tab\there \"q\" é A") } });
+                             << QVariant(QVariantMap { { QStringLiteral("a"),
+                                    QStringLiteral("tab\there \"q\" é A") } });
     QTest::newRow("data") << QByteArray("<0fbd 77>") << QVariant(QByteArray("\x0f\xbd\x77", 3));
     QTest::newRow("typed values") << QByteArray("( <*I12>, <*R1.5>, <*BY>, <*BN> )")
                                   << QVariant(QVariantList { 12LL, 1.5, true, false });
     QTest::newRow("strings file") << QByteArray("\"Install\" = \"Installieren\";\nOK = OK;\n")
-                                  << QVariant(QVariantMap { { QStringLiteral("Install"), QStringLiteral("Installieren") },
-                                                            { QStringLiteral("OK"), QStringLiteral("OK") } });
-    QTest::newRow("trailing comma") << QByteArray("(a, b,)") << QVariant(QVariantList { QStringLiteral("a"), QStringLiteral("b") });
+                                  << QVariant(QVariantMap { { QStringLiteral("Install"),
+                                                                QStringLiteral("Installieren") },
+                                         { QStringLiteral("OK"), QStringLiteral("OK") } });
+    QTest::newRow("trailing comma") << QByteArray(
+        "(a, b,)") << QVariant(QVariantList { QStringLiteral("a"), QStringLiteral("b") });
     QTest::newRow("empty file") << QByteArray("  \n") << QVariant(QVariantMap());
 }
 
@@ -109,12 +103,14 @@ void TestVXBundle::xmlAndBinaryRoundTrip()
     QCOMPARE(fromXml.value.toMap(), info);
 
     // A binary property list as the platform's tools write it.
-    const QByteArray binary = QByteArray::fromBase64(
-        "YnBsaXN0MDDSAQIDBF8QEUNGQnVuZGxlU2lnbmF0dXJlW0xTVUlFbGVtZW50VFFTbXAJCA0hLTIAAAAAAAABAQAAAAAAAAAFAAAAAAAAAAAAAAAAAAAAMw==");
+    const QByteArray binary
+        = QByteArray::fromBase64("YnBsaXN0MDDSAQIDBF8QEUNGQnVuZGxlU2lnbmF0dXJlW0xTVUlFbGVtZW50VFFTb"
+                                 "XAJCA0hLTIAAAAAAAABAQAAAAAAAAAFAAAAAAAAAAAAAAAAAAAAMw==");
     const auto fromBinary = VXPropertyList::fromData(binary);
     QCOMPARE(fromBinary.format, VXPropertyList::Format::Binary);
     QVERIFY2(fromBinary.error.isEmpty(), qPrintable(fromBinary.error));
-    QCOMPARE(fromBinary.value.toMap().value(QStringLiteral("CFBundleSignature")).toString(), QStringLiteral("QSmp"));
+    QCOMPARE(fromBinary.value.toMap().value(QStringLiteral("CFBundleSignature")).toString(),
+        QStringLiteral("QSmp"));
     QCOMPARE(fromBinary.value.toMap().value(QStringLiteral("LSUIElement")), QVariant(true));
 }
 
@@ -123,8 +119,8 @@ void TestVXBundle::contentsBundle()
     QTemporaryDir dir;
     const QString app = dir.path() + QLatin1String("/Foo.app");
     QVariantMap info { { QStringLiteral("CFBundleExecutable"), QStringLiteral("Foo") },
-                       { QStringLiteral("CFBundleIdentifier"), QStringLiteral("dev.example.foo") },
-                       { QStringLiteral("CFBundleIconFile"), QStringLiteral("Foo") } };
+        { QStringLiteral("CFBundleIdentifier"), QStringLiteral("dev.example.foo") },
+        { QStringLiteral("CFBundleIconFile"), QStringLiteral("Foo") } };
     writeFile(app + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
     writeFile(app + QLatin1String("/Contents/Resources/Foo.icns"), "icns");
     writeFile(app + QLatin1String("/Contents/Resources/en.lproj/ReadMe.rtf"), "{\\rtf1}");
@@ -135,12 +131,15 @@ void TestVXBundle::contentsBundle()
     QCOMPARE(bundle->layout(), VXBundle::Layout::Contents);
     QCOMPARE(bundle->bundleIdentifier(), QStringLiteral("dev.example.foo"));
     QVERIFY(bundle->executablePath().isEmpty());
-    writeFile(app + QLatin1String("/Contents/Linux/Foo"), "\x7f" "ELF", true);
+    writeFile(app + QLatin1String("/Contents/Linux/Foo"),
+        "\x7f"
+        "ELF",
+        true);
     QCOMPARE(bundle->executablePath(), app + QLatin1String("/Contents/Linux/Foo"));
     QCOMPARE(bundle->pathForResource(QStringLiteral("Foo"), QStringLiteral("icns")),
-             app + QLatin1String("/Contents/Resources/Foo.icns"));
+        app + QLatin1String("/Contents/Resources/Foo.icns"));
     QCOMPARE(bundle->pathForResource(QStringLiteral("ReadMe.rtf")),
-             app + QLatin1String("/Contents/Resources/en.lproj/ReadMe.rtf"));
+        app + QLatin1String("/Contents/Resources/en.lproj/ReadMe.rtf"));
     QVERIFY(bundle->pathForResource(QStringLiteral("../Info"), QStringLiteral("plist")).isNull());
     QVERIFY(bundle->stringForInfoKey(QStringLiteral("Missing")).isNull());
 }
@@ -150,16 +149,23 @@ void TestVXBundle::gnustepBundle()
     QTemporaryDir dir;
     const QString app = dir.path() + QLatin1String("/Ink.app");
     writeFile(app + QLatin1String("/Resources/Info-gnustep.plist"),
-              "{\n    NSExecutable = Ink;\n    NSIcon = \"Ink.tiff\";\n    ApplicationRelease = \"0.5\";\n}\n");
-    writeFile(app + QLatin1String("/Ink"), "\x7f" "ELF", true);
+        "{\n    NSExecutable = Ink;\n    NSIcon = \"Ink.tiff\";\n    ApplicationRelease = "
+        "\"0.5\";\n}\n");
+    writeFile(app + QLatin1String("/Ink"),
+        "\x7f"
+        "ELF",
+        true);
     writeFile(app + QLatin1String("/Resources/Ink.tiff"), "II*");
     const auto bundle = VXBundle::open(app);
     QVERIFY(bundle);
     QCOMPARE(bundle->layout(), VXBundle::Layout::GNUstep);
     QCOMPARE(bundle->executablePath(), app + QLatin1String("/Ink"));
-    QCOMPARE(bundle->stringForInfoKey(QStringLiteral("CFBundleIconFile")), QStringLiteral("Ink.tiff"));
-    QCOMPARE(bundle->stringForInfoKey(QStringLiteral("CFBundleShortVersionString")), QStringLiteral("0.5"));
-    QCOMPARE(bundle->pathForResource(QStringLiteral("Ink.tiff")), app + QLatin1String("/Resources/Ink.tiff"));
+    QCOMPARE(
+        bundle->stringForInfoKey(QStringLiteral("CFBundleIconFile")), QStringLiteral("Ink.tiff"));
+    QCOMPARE(bundle->stringForInfoKey(QStringLiteral("CFBundleShortVersionString")),
+        QStringLiteral("0.5"));
+    QCOMPARE(bundle->pathForResource(QStringLiteral("Ink.tiff")),
+        app + QLatin1String("/Resources/Ink.tiff"));
 }
 
 void TestVXBundle::brokenBundlesAnswerEmpty()
@@ -187,7 +193,8 @@ void TestVXBundle::brokenBundlesAnswerEmpty()
 
     // An executable name that tries to leave its folder is ignored.
     const QString escape = dir.path() + QLatin1String("/Escape.app");
-    writeFile(escape + QLatin1String("/Contents/Info.plist"), "{ CFBundleExecutable = \"../../../bin/sh\"; }");
+    writeFile(escape + QLatin1String("/Contents/Info.plist"),
+        "{ CFBundleExecutable = \"../../../bin/sh\"; }");
     QVERIFY(VXBundle::open(escape)->executablePath().isEmpty());
 }
 
@@ -218,8 +225,9 @@ void TestVXBundle::argumentDomainOverridesSettings()
     VXUserDefaults &defaults = VXUserDefaults::standard();
     defaults.setObject(QStringLiteral("NO"), QStringLiteral("nosound"));
     defaults.setObject(2.5, QStringLiteral("delay"));
-    defaults.setArguments({ QStringLiteral("/bin/x"), QStringLiteral("-nosound"), QStringLiteral("YES"),
-                            QStringLiteral("-flag"), QStringLiteral("-other"), QStringLiteral("1") });
+    defaults.setArguments(
+        { QStringLiteral("/bin/x"), QStringLiteral("-nosound"), QStringLiteral("YES"),
+            QStringLiteral("-flag"), QStringLiteral("-other"), QStringLiteral("1") });
     QVERIFY(defaults.boolForKey(QStringLiteral("nosound")));
     QCOMPARE(defaults.doubleForKey(QStringLiteral("delay")), 2.5);
     QVERIFY(!defaults.objectForKey(QStringLiteral("flag")).isValid()); // no value: not recorded
