@@ -17,6 +17,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -91,16 +92,22 @@ Caller identifyCaller()
 void resetProcess()
 {
     // The caller's limits are not ours: a tiny file size or stack limit
-    // would cut a copy short, a core file could hold what root read.
-    struct rlimit unlimited = { RLIM_INFINITY, RLIM_INFINITY };
-    for (int resource : { RLIMIT_FSIZE, RLIMIT_CPU, RLIMIT_AS, RLIMIT_DATA })
-        ::setrlimit(resource, &unlimited);
-    const struct rlimit stack = { 8 << 20, RLIM_INFINITY };
-    ::setrlimit(RLIMIT_STACK, &stack);
-    const struct rlimit files = { 4096, 4096 };
-    ::setrlimit(RLIMIT_NOFILE, &files);
-    const struct rlimit none = { 0, 0 };
-    ::setrlimit(RLIMIT_CORE, &none);
+    // would cut a copy short, a core file could hold what root read. Root
+    // raises hard limits; where it may not (no CAP_SYS_RESOURCE), the soft
+    // limit goes as far as the hard one allows.
+    const auto reset = [](int resource, rlim_t value) {
+        const struct rlimit wanted = { value, value };
+        struct rlimit now;
+        if (::setrlimit(resource, &wanted) != 0 && ::getrlimit(resource, &now) == 0) {
+            now.rlim_cur
+                = now.rlim_max == RLIM_INFINITY || now.rlim_max > value ? value : now.rlim_max;
+            ::setrlimit(resource, &now);
+        }
+    };
+    for (int resource : { RLIMIT_FSIZE, RLIMIT_CPU, RLIMIT_AS, RLIMIT_DATA, RLIMIT_STACK })
+        reset(resource, RLIM_INFINITY);
+    reset(RLIMIT_NOFILE, 4096);
+    reset(RLIMIT_CORE, 0);
 
     // Descriptors the starter left open are not ours to use.
     ::syscall(SYS_close_range, 3U, ~0U, 0U);
@@ -121,7 +128,7 @@ void resetProcess()
     stop.sa_handler = stopHandler;
     for (int sig : { SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM })
         ::sigaction(sig, &stop, nullptr); // no SA_RESTART: blocking calls return EINTR
-    for (int sig : { SIGPIPE, SIGTSTP, SIGTTIN, SIGTTOU })
+    for (int sig : { SIGPIPE, SIGTSTP, SIGTTIN, SIGTTOU, SIGXFSZ })
         ::signal(sig, SIG_IGN);
 }
 

@@ -188,12 +188,15 @@ void stage(const Caller &caller, const std::string &path, const std::string &ski
 // Puts the staged dir/staging in place as dir/name. An item already there
 // is exchanged with it in one step (renameat2), so that dir/name holds the
 // old or the new item at every moment, and then goes to the Trash; when it
-// cannot, the exchange is undone. Signals wait until this is done.
-int putInPlace(const Caller &caller, int dir, const std::string &staging, const std::string &name,
-    const std::string &path, bool rootMode)
+// cannot, the exchange is undone. Signals wait until this is done. `staged`
+// is what was staged: anything else at that name now is not put in place.
+int putInPlace(const Caller &caller, int dir, const std::string &staging, const struct stat &staged,
+    const std::string &name, const std::string &path, bool rootMode)
 {
-    Fd staged(::openat(dir, staging.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (rootMode && staged.valid())
+    struct stat now;
+    if (::fstatat(dir, staging.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0 || !sameFile(now, staged))
+        return CopyFailed;
+    if (rootMode && S_ISDIR(now.st_mode))
         unmarkStaging(Fd(openFolderAt(dir, staging)).fd); // a leftover of it would be an old copy
     sigset_t stops, previous;
     sigemptyset(&stops);
@@ -210,17 +213,21 @@ int putInPlace(const Caller &caller, int dir, const std::string &staging, const 
         != 0) {
         status = CopyFailed;
     } else {
-        // The old item is at the staging name now: never removed from here.
-        onExit(nullptr);
+        // The old item is at the staging name now: a refusal must not
+        // remove it from there.
+        void (*cleanup)() = g_staging.name == staging ? removeStaging : nullptr;
+        if (cleanup)
+            onExit(nullptr);
         struct stat there;
         if (::fstatat(dir, staging.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0
             || !sameFile(there, old) || !moveToTrash(caller, dir, staging, path)) {
             ::syscall(SYS_renameat2, dir, staging.c_str(), dir, name.c_str(), RENAME_EXCHANGE);
             status = TrashFailed;
-            onExit(removeStaging);
+            if (cleanup)
+                onExit(cleanup);
         }
     }
-    if (status == Installed) {
+    if (status == Installed && g_staging.name == staging) {
         onExit(nullptr);
         g_staging = Staging();
     }
@@ -254,13 +261,12 @@ void installWrapperItems(const Caller &caller, int target, const std::string &ta
         // One item at a time through a staging name of its own in the
         // wrapper folder, so that the exchange stays in one folder.
         const std::string single = ".quillet-item.train-" + std::to_string(::getpid());
-        if (::renameat(items.fd, name.c_str(), target, single.c_str()) != 0)
+        struct stat item;
+        if (::fstatat(items.fd, name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0
+            || ::renameat(items.fd, name.c_str(), target, single.c_str()) != 0)
             refuse("cannot put " + path + " in place", CopyFailed);
-        const int status = putInPlace(caller, target, single, name, path, rootMode);
-        if (status != Installed) {
-            struct stat st;
-            if (::fstatat(target, single.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
-                removeTree(target, single, st);
+        if (putInPlace(caller, target, single, item, name, path, rootMode) != Installed) {
+            removeTree(target, single, item);
             refuse("cannot put " + path + " in place; it is as it was", CopyFailed);
         }
     }
@@ -396,7 +402,8 @@ int main(int argc, char **argv)
     guard.check(folder.fd, name, destinationPath);
     const std::string staging = prefix + std::to_string(::getpid());
     stage(caller, sourcePath, std::string(), folder.fd, staging, budget, rootMode);
-    switch (putInPlace(caller, folder.fd, staging, name, destinationPath, rootMode)) {
+    const struct stat staged = g_staging.made;
+    switch (putInPlace(caller, folder.fd, staging, staged, name, destinationPath, rootMode)) {
     case Installed:
         break;
     case TrashFailed:

@@ -79,9 +79,12 @@ void send(int socket, Entry::Kind kind, const std::string &name, const std::stri
             ::_exit(1);
 }
 
-[[noreturn]] void fail(int socket, const std::string &why)
+// A failure carries the exit status it calls for in its mode field.
+[[noreturn]] void fail(int socket, const std::string &why, int status = CopyFailed)
 {
-    send(socket, Entry::Failure, std::string(), why);
+    struct stat st = {};
+    st.st_mode = mode_t(status);
+    send(socket, Entry::Failure, std::string(), why, &st);
     ::_exit(1);
 }
 
@@ -105,59 +108,71 @@ std::string joined(const std::vector<std::string> &names, const std::string &las
                 + "; a symbolic link on the way is refused)");
     send(socket, Entry::Folder, std::string(), std::string(), &st);
 
+    // Each level holds its folder and the names listed in it: one
+    // descriptor per level, whatever the folders hold.
     struct Level
     {
-        DIR *listing;
-        int fd;
+        Fd fd;
+        std::vector<std::string> names;
+        size_t next = 0;
+    };
+    long listed = 0;
+    auto list = [&](Fd fd, const std::string &where) {
+        DIR *listing = ::fdopendir(::dup(fd.fd));
+        if (!listing)
+            fail(socket, "cannot list " + where);
+        Level level { std::move(fd), {}, 0 };
+        errno = 0;
+        while (const dirent *item = ::readdir(listing)) {
+            const std::string name = item->d_name;
+            if (name != "." && name != ".." && ++listed <= kMaxEntries)
+                level.names.push_back(name);
+            errno = 0;
+        }
+        const int error = errno;
+        ::closedir(listing);
+        if (error != 0)
+            fail(socket, "cannot list " + where + ": " + std::strerror(error));
+        if (listed > kMaxEntries)
+            fail(socket, "more than " + std::to_string(kMaxEntries) + " entries", TooLarge);
+        return level;
     };
     std::vector<Level> levels;
     std::vector<std::string> names;
-    DIR *listing = ::fdopendir(::dup(top.fd));
-    if (!listing)
-        fail(socket, "cannot list " + path);
-    levels.push_back({ listing, top.fd });
+    levels.push_back(list(Fd(::dup(top.fd)), path));
     std::string target(kMaxText, '\0');
     while (!levels.empty()) {
         Level &level = levels.back();
-        errno = 0;
-        const dirent *item = ::readdir(level.listing);
-        if (!item) {
-            if (errno != 0)
-                fail(socket, "cannot list " + path + "/" + joined(names, std::string()));
+        if (level.next == level.names.size()) {
             send(socket, Entry::EndFolder, std::string(), std::string());
-            ::closedir(level.listing);
-            if (levels.size() > 1)
-                ::close(level.fd);
             levels.pop_back();
             if (!names.empty())
                 names.pop_back();
             continue;
         }
-        const std::string name = item->d_name;
-        if (name == "." || name == ".." || (levels.size() == 1 && name == skip))
+        const std::string name = level.names[level.next++];
+        if (levels.size() == 1 && name == skip)
             continue;
         const std::string relative = joined(names, name);
-        if (::fstatat(level.fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (::fstatat(level.fd.fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno == ENOENT)
                 continue; // gone since it was listed
             fail(socket, "cannot read " + relative + ": " + std::strerror(errno));
         }
         if (S_ISDIR(st.st_mode)) {
             if (levels.size() > size_t(kMaxDepth))
-                fail(socket, "folders nested too deeply at " + relative);
-            const int fd = openFolderAt(level.fd, name);
+                fail(socket, "folders nested too deeply at " + relative, TooLarge);
+            Fd fd(openFolderAt(level.fd.fd, name));
             struct stat opened;
-            if (fd < 0 || ::fstat(fd, &opened) != 0 || !sameFile(opened, st))
+            if (!fd.valid() || ::fstat(fd.fd, &opened) != 0 || !sameFile(opened, st))
                 fail(socket, "cannot read " + relative + ": " + std::strerror(errno));
-            DIR *sub = ::fdopendir(::dup(fd));
-            if (!sub)
-                fail(socket, "cannot list " + relative);
             send(socket, Entry::Folder, name, std::string(), &opened);
-            levels.push_back({ sub, fd });
+            Level sub = list(std::move(fd), relative);
+            levels.push_back(std::move(sub));
             names.push_back(name);
         } else if (S_ISREG(st.st_mode)) {
-            const Fd file(::openat(
-                level.fd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+            const Fd file(::openat(level.fd.fd, name.c_str(),
+                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
             if (!file.valid())
                 fail(socket, "cannot read " + relative + ": " + std::strerror(errno));
             struct stat opened;
@@ -165,7 +180,7 @@ std::string joined(const std::vector<std::string> &names, const std::string &las
                 continue; // swapped for something else since it was listed
             send(socket, Entry::File, name, std::string(), &opened, file.fd);
         } else if (S_ISLNK(st.st_mode)) {
-            const ssize_t n = ::readlinkat(level.fd, name.c_str(), target.data(), target.size());
+            const ssize_t n = ::readlinkat(level.fd.fd, name.c_str(), target.data(), target.size());
             if (n <= 0 || size_t(n) >= target.size())
                 fail(socket, "cannot read the link " + relative);
             send(socket, Entry::Link, name, target.substr(0, size_t(n)), &st);
@@ -182,11 +197,12 @@ bool validName(const std::string &name)
         && name.find('\0') == std::string::npos;
 }
 
-Entry failure(const std::string &why)
+Entry failure(const std::string &why, int status = CopyFailed)
 {
     Entry entry;
     entry.kind = Entry::Failure;
     entry.text = why;
+    entry.mode = mode_t(status);
     return entry;
 }
 
@@ -231,7 +247,7 @@ Entry Reader::next()
 {
     for (;;) {
         if (stopRequested())
-            return failure("stopped by a signal");
+            return failure("stopped by a signal", Interrupted);
         struct pollfd ready = { m_socket.fd, POLLIN, 0 };
         const int n = ::poll(&ready, 1, kReaderSilenceSeconds * 1000);
         if (n < 0 && errno == EINTR)
@@ -289,7 +305,8 @@ Entry Reader::next()
     entry.atime = { time_t(wire.atimeSec), long(wire.atimeNsec) };
     entry.mtime = { time_t(wire.mtimeSec), long(wire.mtimeNsec) };
     if (entry.kind == Entry::Failure)
-        return failure(entry.text.empty() ? "the reader failed" : entry.text);
+        return failure(entry.text.empty() ? "the reader failed" : entry.text,
+            entry.mode == TooLarge ? TooLarge : CopyFailed);
     const bool named = entry.kind == Entry::File || entry.kind == Entry::Link
         || (entry.kind == Entry::Folder && !entry.name.empty());
     if ((named && !validName(entry.name)) || (!named && !entry.name.empty())

@@ -24,7 +24,7 @@ struct Entry
     Kind kind = Done;
     std::string name; // empty for the top folder
     std::string text; // a link's target; a failure's reason
-    mode_t mode = 0;
+    mode_t mode = 0; // a Failure's: the exit status it calls for
     off_t size = 0;
     struct timespec atime = {}, mtime = {};
     Fd file; // File: the open descriptor

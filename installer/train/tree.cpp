@@ -127,8 +127,7 @@ CopyResult receiveTree(
 {
     Entry top = reader.next();
     if (top.kind != Entry::Folder || !top.name.empty())
-        return { top.kind == Entry::Failure && top.text == "stopped by a signal" ? Interrupted
-                                                                                 : CopyFailed,
+        return { top.kind == Entry::Failure ? int(top.mode) : CopyFailed,
             top.kind == Entry::Failure ? top.text : "the reader sent no folder" };
     if (::mkdirat(dir, name.c_str(), 0700) != 0)
         return { CopyFailed, "cannot make " + name + ": " + std::strerror(errno) };
@@ -152,8 +151,7 @@ CopyResult receiveTree(
         Entry e = reader.next();
         if (e.kind == Entry::Failure) {
             levels.clear();
-            return failed(dir, name, madeStat,
-                { e.text == "stopped by a signal" ? Interrupted : CopyFailed, e.text });
+            return failed(dir, name, madeStat, { int(e.mode), e.text });
         }
         if (e.kind == Entry::Done && levels.empty())
             return {};
@@ -186,7 +184,7 @@ CopyResult receiveTree(
                     levels.push_back({ std::move(sub), std::move(e) });
                     continue;
                 }
-                result = { CopyFailed, "cannot open " + e.name };
+                result = { CopyFailed, "cannot open " + e.name + ": " + std::strerror(errno) };
             }
         } else if (e.kind == Entry::File) {
             if (copyFile(e, here, budget, result))
