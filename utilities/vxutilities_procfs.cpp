@@ -6,7 +6,9 @@
 // autostart entry runs either in the systemd user unit
 // "app-<entry>@autostart.service" that systemd-xdg-autostart-generator makes
 // (/proc/self/cgroup names it), or as a child of a session manager that
-// starts the entries itself. A parent that has ended leaves us with its
+// starts the entries itself. In the unit, only the program that the user's
+// service manager started counts: its own children share the unit's cgroup.
+// A parent that has ended leaves us with its
 // reaper (init or a subreaper) as parent. File-system types come from the
 // mount table (/proc/self/mountinfo), matched by device number, as statfs
 // on Linux gives only a magic number.
@@ -67,8 +69,13 @@ QList<Mount> mounts()
 bool startedFromAutostart()
 {
     const QString root = VXUtilitiesPlatform::systemRoot();
+    const QString parent
+        = QFileInfo(QFile::symLinkTarget(root + QStringLiteral("/proc/%1/exe").arg(::getppid())))
+              .fileName();
+    // The unit's own program, started by the user's service manager; its
+    // children share the unit's cgroup but were launched by that program.
     QFile cgroup(root + QStringLiteral("/proc/self/cgroup"));
-    if (cgroup.open(QIODevice::ReadOnly)) {
+    if (parent == QLatin1String("systemd") && cgroup.open(QIODevice::ReadOnly)) {
         static const QRegularExpression unit(QStringLiteral("/app-[^/]+@autostart\\.service$"));
         for (const QByteArray &line : cgroup.readAll().split('\n')) {
             if (unit.match(QString::fromUtf8(line).trimmed()).hasMatch())
@@ -78,9 +85,7 @@ bool startedFromAutostart()
     static const QStringList managers { "gnome-session-binary", "gnome-session", "ksmserver",
         "xfce4-session", "lxsession", "lxqt-session", "mate-session", "cinnamon-session",
         "budgie-session" };
-    const QString parent
-        = QFile::symLinkTarget(root + QStringLiteral("/proc/%1/exe").arg(::getppid()));
-    return managers.contains(QFileInfo(parent).fileName());
+    return managers.contains(parent);
 }
 } // namespace
 

@@ -18,6 +18,7 @@
 #include <QTest>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
+#include <unistd.h>
 
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
@@ -312,26 +313,31 @@ void TestVXLaunchContext::launchedBy()
 void TestVXLaunchContext::loginItemFromTheAutostartUnit_data()
 {
     QTest::addColumn<QByteArray>("cgroup");
+    QTest::addColumn<QString>("parent");
     QTest::addColumn<bool>("loginItem");
-    QTest::newRow("autostart unit")
-        << QByteArray("0::/user.slice/user-1000.slice/user@1000.service/app.slice/"
-                      "app-gnome-quillet@autostart.service\n")
-        << true;
-    QTest::newRow("launched from a terminal") << QByteArray(
-        "0::/user.slice/user-1000.slice/user@1000.service/app.slice/"
-        "app-org.gnome.Terminal-2841.scope\n") << false;
+    const QByteArray slice = "0::/user.slice/user-1000.slice/user@1000.service/app.slice/";
+    QTest::newRow("autostart unit") << slice + "app-gnome-quillet@autostart.service\n"
+                                    << "/usr/lib/systemd/systemd" << true;
+    QTest::newRow("child of an autostarted program")
+        << slice + "app-gnome-quillet@autostart.service\n"
+        << "/usr/bin/bash" << false;
+    QTest::newRow("launched from a terminal") << slice + "app-org.gnome.Terminal-2841.scope\n"
+                                              << "/usr/lib/systemd/systemd" << false;
     QTest::newRow("cgroup v1 lines")
         << QByteArray("12:pids:/user.slice\n1:name=systemd:/user.slice/user-1000.slice/"
                       "user@1000.service/app.slice/app-xfce-x@autostart.service\n")
-        << true;
+        << "/lib/systemd/systemd" << true;
 }
 
 void TestVXLaunchContext::loginItemFromTheAutostartUnit()
 {
     QFETCH(QByteArray, cgroup);
+    QFETCH(QString, parent);
     QFETCH(bool, loginItem);
     QTemporaryDir root;
     writeFile(root.path() + "/proc/self/cgroup", cgroup);
+    QDir().mkpath(root.path() + QString("/proc/%1").arg(::getppid()));
+    QVERIFY(QFile::link(parent, root.path() + QString("/proc/%1/exe").arg(::getppid())));
     VXUtilitiesPlatform::setSystemRoot(root.path());
     QCOMPARE(VXUtilities::wasLaunchedAsLoginItem(), loginItem);
 }
