@@ -176,9 +176,6 @@ void TestDesktopAppearance::desktopSetting_data()
     QTest::newRow("GNOME prefers dark")
         << "GNOME" << QStringList { "prefer-dark", "Adwaita" } << QByteArray() << ColorScheme::Dark
         << Source::Gnome << std::optional<Rgb>();
-    QTest::newRow("GNOME prefers light")
-        << "GNOME" << QStringList { "prefer-light", "Adwaita" } << QByteArray()
-        << ColorScheme::Light << Source::Gnome << std::optional<Rgb>();
     QTest::newRow("GTK theme named dark")
         << "XFCE" << QStringList { "default", "Adwaita-dark" } << QByteArray() << ColorScheme::Dark
         << Source::Gnome << std::optional<Rgb>();

@@ -73,6 +73,17 @@ struct X
             d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &e);
         XFlush(d);
     }
+    // A top-level window of this process, mapped.
+    Window makeWindow()
+    {
+        const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 200, 100, 0, 0, 0);
+        const unsigned long pid = ::getpid();
+        XChangeProperty(d, w, XInternAtom(d, "_NET_WM_PID", False), XA_CARDINAL, 32,
+            PropModeReplace, reinterpret_cast<const unsigned char *>(&pid), 1);
+        XMapWindow(d, w);
+        XSync(d, False);
+        return w;
+    }
     // Takes the clipboard, as any application's copy does.
     void copy()
     {
@@ -183,9 +194,6 @@ void TestVXLaunchContext::distributionDisk_data()
         << false << false;
     QTest::newRow("/Volumes/ alone")
         << "/Volumes/" << QStringList { "/Volumes/launchlock" } << "" << false << false;
-    QTest::newRow("removable medium")
-        << "/media/ann/Disk/App.app" << QStringList { "/media/ann/Disk/launchlock" }
-        << "/media/ann/Disk" << true << true;
     QTest::newRow("removable medium under /run/media")
         << "/run/media/ann/My Disk/App.app" << QStringList { "/run/media/ann/My Disk/.launchlock" }
         << "/run/media/ann/My\\040Disk" << true << true;
@@ -195,7 +203,6 @@ void TestVXLaunchContext::distributionDisk_data()
     QTest::newRow("translocated") << "/private/var/folders/zz/T/AppTranslocation/1F/d/App.app"
                                   << QStringList() << "" << false << true;
     QTest::newRow("temporary copy") << "/var/tmp/App.app" << QStringList() << "" << false << true;
-    QTest::newRow("Applications folder") << "/opt/App.app" << QStringList() << "" << false << false;
 }
 
 void TestVXLaunchContext::distributionDisk()
@@ -224,8 +231,6 @@ void TestVXLaunchContext::resolvedAlias_data()
     QTest::addColumn<QString>("expected"); // relative; "=" for the path itself
     QTest::newRow("chain of links") << "first"
                                     << "target.txt";
-    QTest::newRow("link to a folder") << "folderlink"
-                                      << "folder";
     QTest::newRow("plain file") << "target.txt"
                                 << "=";
     QTest::newRow("missing path") << "nothing"
@@ -234,8 +239,6 @@ void TestVXLaunchContext::resolvedAlias_data()
                                      << "=";
     QTest::newRow("loop") << "loop1"
                           << "=";
-    QTest::newRow("empty") << ""
-                           << "=";
 }
 
 void TestVXLaunchContext::resolvedAlias()
@@ -245,11 +248,9 @@ void TestVXLaunchContext::resolvedAlias()
     QTemporaryDir dir;
     const QString d = QFileInfo(dir.path()).canonicalFilePath() + '/';
     writeFile(d + "target.txt", "x");
-    QDir().mkpath(d + "folder");
     QFile::link(d + "target.txt", d + "third");
     QFile::link("third", d + "second"); // relative on purpose
     QFile::link(d + "second", d + "first");
-    QFile::link(d + "folder", d + "folderlink");
     QFile::link(d + "gone", d + "dangling");
     QFile::link(d + "loop2", d + "loop1");
     QFile::link(d + "loop1", d + "loop2");
@@ -268,10 +269,6 @@ void TestVXLaunchContext::launchedBy_data()
     QTest::newRow("bundled launcher, other code")
         << "bundle"
         << "ABCD" << QByteArray("launched by ABCD: no\nlogin item: no\ndebugging: no\n");
-    QTest::newRow("case matters") << "bundle"
-                                  << "tstl"
-                                  << QByteArray(
-                                         "launched by tstl: no\nlogin item: no\ndebugging: no\n");
     QTest::newRow("session manager starts it")
         << "xfce4-session"
         << "lgnw" << QByteArray("launched by lgnw: yes\nlogin item: yes\ndebugging: no\n");
@@ -349,20 +346,20 @@ void TestVXLaunchContext::launchMicroWaitsAndStartsNothingInFullScreen()
     const QString micro = makeBundle(
         host + "/Contents/Resources/Micro.app", {}, "#!/bin/sh\ntouch \"$0.started\"\n");
     VXBundle::setMainBundlePath(host);
-    Window_ front("front");
-    QVERIFY(front.waitReady());
-    QVERIFY(front.bringForward());
+    // Our own plain X window in front: a toolkit's window may argue with the
+    // window manager about its state.
+    const Window window = m_x.makeWindow();
+    QTRY_COMPARE(m_x.active(), window);
 
     {
         LogCapture log;
         VXUtilities::launchMicro(true);
         QVERIFY2(log.messages().contains("wait count (Micro) = 500"), qPrintable(log.text()));
         QTRY_VERIFY(QFile::exists(micro + ".started"));
-        QCOMPARE(VXProcess::frontProcess()->unixPID(), front.pid());
+        QCOMPARE(VXProcess::frontProcess()->unixPID(), qint32(::getpid()));
     }
 
     QFile::remove(micro + ".started");
-    const Window window = m_x.active();
     m_x.setFullScreen(window, true);
     QTRY_VERIFY(VXUtilities::fullScreenMode());
     {
