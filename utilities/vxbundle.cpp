@@ -204,7 +204,7 @@ QString VXBundle::pathForResource(const QString &name, const QString &type) cons
     const QString base = resourcePath();
     for (const QString &folder : resourceFolders(base)) {
         const QString candidate = folder + QLatin1Char('/') + file;
-        if (QFileInfo(candidate).isFile())
+        if (QFileInfo::exists(candidate)) // a file, or a folder such as a bundle
             return candidate;
     }
     return QString();
