@@ -18,8 +18,8 @@ thread_local const QWidget *t_drawing = nullptr;
 bool g_following = false;
 bool g_paletteSetByUs = false;
 
-void setPaletteColors(QPalette &p, QPalette::ColorRole role, const QColor &active,
-    const QColor &disabled = QColor())
+void setPaletteColors(
+    QPalette &p, QPalette::ColorRole role, const QColor &active, const QColor &disabled = QColor())
 {
     p.setColor(QPalette::Active, role, active);
     p.setColor(QPalette::Inactive, role, active);

@@ -16,8 +16,7 @@ public:
     SignalRelay(std::function<void()> function, QObject *parent)
         : QObject(parent)
         , m_function(std::move(function))
-    {
-    }
+    { }
 
 public Q_SLOTS:
     void relay() { m_function(); }

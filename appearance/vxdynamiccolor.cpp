@@ -66,8 +66,7 @@ VXDynamicColor::VXDynamicColor(
     : m_aquaColor(aquaColor)
     , m_darkAquaColor(darkAquaColor && darkAquaColor->isValid() ? darkAquaColor : std::nullopt)
     , m_useGlobalAppearance(global)
-{
-}
+{ }
 
 VXDynamicColor::VXDynamicColor(QDataStream &coder)
 {
@@ -138,7 +137,8 @@ const VXDynamicColor &VXDynamicColor::redWarningTextColor()
 
 QString VXDynamicColor::accentColorName()
 {
-    const QVariant value = VXUserDefaults::standard().objectForKey(QStringLiteral("AppleAccentColor"));
+    const QVariant value
+        = VXUserDefaults::standard().objectForKey(QStringLiteral("AppleAccentColor"));
     if (!value.isValid()) {
         if (const std::optional<QColor> desktop = VXAppearance::desktopAccentColor())
             return VXAppearance::accentNameForColor(*desktop);
@@ -242,8 +242,8 @@ QColor VXDynamicColor::effectiveColor() const
 {
     if (!m_darkAquaColor)
         return m_aquaColor;
-    return resolved(m_useGlobalAppearance ? VXAppearance::applicationIsDark()
-                                          : VXAppearance::currentIsDark());
+    return resolved(
+        m_useGlobalAppearance ? VXAppearance::applicationIsDark() : VXAppearance::currentIsDark());
 }
 
 QColor VXDynamicColor::effectiveColor(const QWidget *widget) const

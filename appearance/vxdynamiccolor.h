@@ -36,7 +36,8 @@ public:
     // means the light one is always used. global: decide by the
     // application's overall appearance instead of the one current while
     // drawing.
-    VXDynamicColor(const QColor &aquaColor, const std::optional<QColor> &darkAquaColor, bool global);
+    VXDynamicColor(
+        const QColor &aquaColor, const std::optional<QColor> &darkAquaColor, bool global);
     // initWithCoder: reads what encodeWithCoder() wrote. On bad data the
     // stream's status is set and the colour is left as the default one.
     explicit VXDynamicColor(QDataStream &coder);

@@ -11,6 +11,7 @@
 #include <QPropertyAnimation>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QtMath>
 #include <cmath>
 
 namespace {
@@ -124,10 +125,11 @@ bool scrollRectToVisible(QWidget *view, const QRectF &rect, bool /*animated*/)
         return false;
     const int x = area->horizontalScrollBar()->value();
     const int y = area->verticalScrollBar()->value();
-    const QRect r = rect.toAlignedRect().translated(view->mapTo(area->widget(), QPoint(0, 0)));
+    const QRectF r = rect.translated(view->mapTo(area->widget(), QPoint(0, 0)));
     // ensureVisible() shows a point with margins: the centre, with half the
     // size on either side.
-    area->ensureVisible(r.center().x(), r.center().y(), r.width() / 2, r.height() / 2);
+    area->ensureVisible(qRound(r.center().x()), qRound(r.center().y()), qCeil(r.width() / 2),
+        qCeil(r.height() / 2));
     return x != area->horizontalScrollBar()->value() || y != area->verticalScrollBar()->value();
 }
 

@@ -1,0 +1,283 @@
+// SPDX-FileCopyrightText: 2026 Quillet developers
+// SPDX-License-Identifier: MIT
+//
+// View extensions on widgets shown on a private X server.
+#include "appearance/vxappearance.h"
+#include "appearance/vxviewextensions.h"
+
+#include <QApplication>
+#include <QGraphicsRectItem>
+#include <QGraphicsScene>
+#include <QGraphicsView>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTest>
+
+using namespace VXViewExtensions;
+
+namespace {
+
+// A 200 x 200 view onto a 400 x 1000 page, scrolled to (50, 300), with a
+// 10 x 10 child at y 600 of the page.
+struct Page
+{
+    QScrollArea area;
+    QWidget *page = new QWidget;
+    QWidget *child = new QWidget(page);
+
+    Page()
+    {
+        area.setFrameShape(QFrame::NoFrame);
+        area.setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        area.setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        page->resize(400, 1000);
+        child->setGeometry(0, 600, 10, 10);
+        area.setWidget(page);
+        area.resize(200, 200);
+        area.show();
+        area.horizontalScrollBar()->setValue(50);
+        area.verticalScrollBar()->setValue(300);
+    }
+    int x() const { return area.horizontalScrollBar()->value(); }
+    int y() const { return area.verticalScrollBar()->value(); }
+};
+
+QColor colourAt(QWidget *widget, const QPoint &point)
+{
+    return widget->grab().toImage().pixelColor(point);
+}
+
+QWidget *filled(QWidget *parent, const QColor &colour, const QRect &geometry)
+{
+    auto *w = new QWidget(parent);
+    w->setAutoFillBackground(true);
+    QPalette p = w->palette();
+    p.setColor(QPalette::Window, colour);
+    w->setPalette(p);
+    w->setGeometry(geometry);
+    return w;
+}
+
+} // namespace
+
+class TestViewExtensions : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void animatedVerticalScroll_data();
+    void animatedVerticalScroll();
+    void scrollPointAnimatedStaysInRange_data();
+    void scrollPointAnimatedStaysInRange();
+    void scrollRectToVisibleAnswersWhetherItScrolled();
+    void bringToFrontShowsTheViewAboveItsSiblings();
+    void lightAppearanceInsideADarkWindow();
+    void wrapInVisualEffectView();
+    void wrapWithoutAParent();
+    void scale_data();
+    void scale();
+};
+
+void TestViewExtensions::animatedVerticalScroll_data()
+{
+    QTest::addColumn<bool>("inChild");
+    QTest::addColumn<QRectF>("rect");
+    QTest::addColumn<bool>("preferTop");
+    QTest::addColumn<bool>("scrolls");
+    QTest::addColumn<int>("y");
+
+    // The visible part of the page is y 300 to 500.
+    QTest::newRow("inside") << false << QRectF(0, 350, 10, 50) << false << false << 300;
+    QTest::newRow("above") << false << QRectF(0, 250, 10, 20) << false << true << 250;
+    QTest::newRow("below") << false << QRectF(0, 520, 10, 30) << false << true << 350;
+    QTest::newRow("far edge on the visible edge, by 0")
+        << false << QRectF(0, 450, 10, 50) << false << true << 300;
+    QTest::newRow("taller, preferTop: ends at its high-y edge")
+        << false << QRectF(0, 100, 10, 500) << true << true << 400;
+    QTest::newRow("taller: starts at its origin")
+        << false << QRectF(0, 100, 10, 500) << false << true << 100;
+    QTest::newRow("a child's rectangle, below")
+        << true << QRectF(0, 0, 10, 10) << false << true << 410;
+    QTest::newRow("fractional, rounded")
+        << false << QRectF(0, 100.4, 10, 10) << false << true << 100;
+}
+
+void TestViewExtensions::animatedVerticalScroll()
+{
+    QFETCH(bool, inChild);
+    QFETCH(QRectF, rect);
+    QFETCH(bool, preferTop);
+    QFETCH(bool, scrolls);
+    QFETCH(int, y);
+
+    Page page;
+    QVERIFY(QTest::qWaitForWindowExposed(&page.area));
+    QCOMPARE(page.y(), 300);
+    QCOMPARE(animatedVerticalScrollRectToVisible(inChild ? page.child : page.page, rect, preferTop),
+        scrolls);
+    if (!scrolls) {
+        QCOMPARE(page.x(), 50);
+        QCOMPARE(page.y(), 300);
+        return;
+    }
+    // The horizontal origin goes to 0 with every scroll.
+    QTRY_COMPARE(page.x(), 0);
+    QTRY_COMPARE(page.y(), y);
+}
+
+void TestViewExtensions::scrollPointAnimatedStaysInRange_data()
+{
+    QTest::addColumn<QPointF>("point");
+    QTest::addColumn<QPoint>("origin");
+    QTest::newRow("inside the range") << QPointF(120, 640) << QPoint(120, 640);
+    QTest::newRow("beyond the end") << QPointF(900, 5000) << QPoint(200, 800);
+    QTest::newRow("before the start") << QPointF(-40, -1) << QPoint(0, 0);
+}
+
+void TestViewExtensions::scrollPointAnimatedStaysInRange()
+{
+    QFETCH(QPointF, point);
+    QFETCH(QPoint, origin);
+    Page page;
+    QVERIFY(QTest::qWaitForWindowExposed(&page.area));
+    scrollPointAnimated(page.child, point);
+    QTRY_COMPARE(QPoint(page.x(), page.y()), origin);
+}
+
+void TestViewExtensions::scrollRectToVisibleAnswersWhetherItScrolled()
+{
+    Page page;
+    QVERIFY(QTest::qWaitForWindowExposed(&page.area));
+    QVERIFY(!scrollRectToVisible(page.page, QRectF(60, 320, 20, 20), true));
+    QCOMPARE(page.y(), 300);
+    // Not animated, whatever is asked: done on return.
+    QVERIFY(scrollRectToVisible(page.child, QRectF(0, 0, 10, 10), true));
+    QCOMPARE(page.y(), 410);
+    QWidget loose;
+    QVERIFY(!scrollRectToVisible(&loose, QRectF(0, 0, 1, 1), false)); // no scroll area
+}
+
+void TestViewExtensions::bringToFrontShowsTheViewAboveItsSiblings()
+{
+    QWidget parent;
+    parent.resize(100, 100);
+    QWidget *first = filled(&parent, Qt::red, QRect(0, 0, 60, 60));
+    filled(&parent, Qt::blue, QRect(20, 20, 60, 60));
+    QCOMPARE(colourAt(&parent, QPoint(40, 40)), QColor(Qt::blue));
+    bringToFrontInsideSuperView(first);
+    QCOMPARE(colourAt(&parent, QPoint(40, 40)), QColor(Qt::red));
+    QCOMPARE(parent.children().last(), first);
+    bringToFrontInsideSuperView(&parent); // no parent: nothing happens
+}
+
+void TestViewExtensions::lightAppearanceInsideADarkWindow()
+{
+    QApplication::setPalette(VXAppearance::darkPalette());
+    QWidget window;
+    auto *view = new QWidget(&window);
+    auto *inside = new QWidget(view);
+    QVERIFY(VXAppearance::widgetIsDark(inside));
+    useLightAquaAppearance(view, true);
+    QVERIFY(!VXAppearance::widgetIsDark(view));
+    QVERIFY(!VXAppearance::widgetIsDark(inside));
+    QVERIFY(VXAppearance::widgetIsDark(&window));
+    useLightAquaAppearance(view, false);
+    QVERIFY(VXAppearance::widgetIsDark(inside));
+    // and follows the application again
+    QApplication::setPalette(QPalette());
+    QTRY_VERIFY(!VXAppearance::widgetIsDark(inside)); // top-level windows hear of it queued
+}
+
+void TestViewExtensions::wrapInVisualEffectView()
+{
+    QWidget parent;
+    parent.resize(300, 300);
+    QWidget *view = filled(&parent, Qt::red, QRect(10, 20, 100, 50));
+    QWidget *sibling = filled(&parent, Qt::blue, QRect(200, 200, 20, 20));
+    parent.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&parent));
+    QVERIFY(!enclosingVisualEffectView(view));
+
+    VXVisualEffectView *effect = VXViewExtensions::wrapInVisualEffectView(view);
+    QVERIFY(effect);
+    QCOMPARE(effect->parentWidget(), &parent);
+    QCOMPARE(effect->geometry(), QRect(10, 20, 100, 50));
+    QCOMPARE(view->parentWidget(), effect);
+    QCOMPARE(view->geometry(), QRect(0, 0, 100, 50));
+    QVERIFY(view->isVisible() && effect->isVisible());
+    QCOMPARE(parent.children().last(), effect); // on top of the former siblings
+    QVERIFY(sibling->parentWidget() == &parent);
+    QCOMPARE(enclosingVisualEffectView(view), effect);
+    // No compositor on the test's X server: an opaque material.
+    QVERIFY(!effect->isBlurringBehind());
+
+    QCOMPARE(VXViewExtensions::wrapInVisualEffectView(view), effect);
+    QCOMPARE(parent.findChildren<VXVisualEffectView *>().size(), 1);
+
+    // Only the direct parent counts.
+    auto *inner = new QWidget(view);
+    QVERIFY(!enclosingVisualEffectView(inner));
+}
+
+void TestViewExtensions::wrapWithoutAParent()
+{
+    QWidget view;
+    view.setGeometry(30, 40, 70, 80);
+    std::unique_ptr<VXVisualEffectView> effect(VXViewExtensions::wrapInVisualEffectView(&view));
+    QVERIFY(effect);
+    QVERIFY(!effect->parentWidget());
+    QVERIFY(!effect->isVisible()); // added nowhere
+    QCOMPARE(view.parentWidget(), effect.get());
+    QCOMPARE(effect->geometry(), QRect(30, 40, 70, 80));
+    QCOMPARE(view.geometry(), QRect(0, 0, 70, 80));
+    view.setParent(nullptr); // the view is this test's own
+}
+
+void TestViewExtensions::scale_data()
+{
+    QTest::addColumn<bool>("graphics");
+    QTest::addColumn<QList<double>>("steps"); // setScale() each; 0 resets
+    QTest::addColumn<double>("scale");
+    for (bool graphics : { true, false }) {
+        const QByteArray kind = graphics ? "graphics view, " : "plain widget, ";
+        QTest::newRow(kind + "unscaled") << graphics << QList<double> {} << 1.0;
+        QTest::newRow(kind + "2.0 twice") << graphics << QList<double> { 2.0, 2.0 } << 2.0;
+        QTest::newRow(kind + "3.0 then 0.5") << graphics << QList<double> { 3.0, 0.5 } << 0.5;
+        QTest::newRow(kind + "2.0, reset") << graphics << QList<double> { 2.0, 0 } << 1.0;
+        QTest::newRow(kind + "not positive, ignored")
+            << graphics << QList<double> { 2.0, -1.0, qQNaN() } << 2.0;
+    }
+}
+
+void TestViewExtensions::scale()
+{
+    QFETCH(bool, graphics);
+    QFETCH(QList<double>, steps);
+    QFETCH(double, scale);
+
+    QGraphicsScene scene(0, 0, 100, 100);
+    scene.addRect(0, 0, 10, 10, Qt::NoPen, Qt::red);
+    QGraphicsView graphicsView(&scene);
+    QWidget plain;
+    QWidget *view = graphics ? static_cast<QWidget *>(&graphicsView) : &plain;
+    for (double step : steps) {
+        if (step == 0)
+            resetScaling(view);
+        else
+            setScale(view, step);
+    }
+    QCOMPARE(VXViewExtensions::scale(view), scale);
+    if (!graphics)
+        return;
+    // What the view draws: the 10-unit square as scale x 10 pixels.
+    graphicsView.setFrameShape(QFrame::NoFrame);
+    graphicsView.setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    graphicsView.resize(300, 300);
+    const QImage image = graphicsView.grab().toImage();
+    int red = 0;
+    while (red < image.width() && image.pixelColor(red, 2) == QColor(Qt::red))
+        ++red;
+    QCOMPARE(red, qRound(10 * scale));
+}
+
+QTEST_MAIN(TestViewExtensions)
+#include "tst_viewextensions.moc"
