@@ -13,11 +13,13 @@ packages=(
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools
   qt6-multimedia-dev qt6-image-formats-plugins qt6-svg-dev qt6-qpa-plugins
   libqt6svg6 libqt6uitools6 libqt6opengl6-dev libgl-dev libplist-dev libx11-dev libxss-dev libxkbcommon-dev libxkbcommon-x11-dev
-  libatspi2.0-dev libpulse-dev libbenchmark-dev
+  libatspi2.0-dev libpulse-dev libbenchmark-dev libglib2.0-dev libxfixes-dev
   # running: session bus, X server and window manager for tests, sound server,
   # privilege elevation, desktop database
   dbus dbus-x11 xvfb xauth openbox x11-utils xdotool pulseaudio pulseaudio-utils pkexec polkitd
   desktop-file-utils xdg-utils
+  # the desktop's settings: GSettings with GNOME's schemas, read through dconf
+  gsettings-desktop-schemas dconf-gsettings-backend dconf-service libglib2.0-bin
   # data and peer tools used by tests and benchmarks
   unicode-data uchardet procps python3
 )

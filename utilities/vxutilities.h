@@ -2,7 +2,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QList>
 #include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <memory>
+#include <optional>
+
+class VXProcess;
+using VXProcessPtr = std::shared_ptr<VXProcess>;
 
 struct VXThreePartVersion
 {
@@ -12,7 +20,8 @@ struct VXThreePartVersion
     friend bool operator==(const VXThreePartVersion &, const VXThreePartVersion &) = default;
 };
 
-// System services: versions, machine identity. Static members only.
+// System services: versions, machine identity, launch context, shell
+// commands and the user's environment. Static members only.
 class VXUtilities
 {
 public:
@@ -54,4 +63,45 @@ public:
     static QString uniqueComputerID();
 
     static QString localizedDateString(const QString &isoDate);
+
+    // One-time set-up: the process watcher (1.0 s after the event loop runs)
+    // and the theme-change observer. Every method below runs it first.
+    static void initialize();
+    static void installProcessWatcher();
+    static void processSwitched(const QVariant &notification = QVariant());
+    // The process that was in front when the clipboard last changed.
+    static VXProcessPtr clipboardPublisherProcess();
+
+    // Launch context
+    static QString applicationName();
+    static bool runningFromDistributionDisk();
+    static bool installationMode();
+    static QString resolvedAlias(const QString &path);
+    static void launchMicro(bool flag);
+    static bool wasLaunchedByProcess(const QString &creator);
+    static bool wasLaunchedAsLoginItem();
+
+    // Shell commands
+    static QString runShellScript(
+        const QString &path, const std::optional<QStringList> &withParameters, double timeout);
+    static QString shellCommandResult(const QString &command);
+    static void openFile(const QString &path);
+    static QString fileSystemTypeFor(const QString &path);
+
+    // The user's environment
+    static std::optional<QList<VXProcessPtr>> secureInputProcesses();
+    static float idleTime();
+    static bool doNotDisturbMode();
+    // Each argument: a number, or a string read as an integer; an invalid
+    // QVariant is nil.
+    static bool currentTimeInDNDRangeStartMinutes(
+        const QVariant &start, const QVariant &endMinutes);
+    static bool darkMenuTheme();
+    static bool darkAppearance();
+    static void darkModeChanged(const QVariant &notification = QVariant());
+    static bool reducedTransparency();
+    static bool fullScreenMode();
+    static bool displayIsZoomed();
+    static bool debugging();
+    static QString safeHTTPS(const QString &url);
 };

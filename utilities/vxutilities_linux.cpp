@@ -7,16 +7,21 @@
 // serial number is the DMI product serial, which only root may read on most
 // machines, else /etc/machine-id, which is stable per installation rather
 // than per machine. There is no binary translation layer to report.
+#include "vxbundle.h"
 #include "vxfourcharcode.h"
 #include "vxutilities_p.h"
 
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QRegularExpression>
 #include <sys/utsname.h>
 
 namespace {
 QString g_root;
 std::optional<QString> g_kernelRelease;
+std::optional<quint32> g_releaseForThresholds;
+std::function<QDateTime()> g_clock;
 
 QString systemPath(const char *path)
 {
@@ -55,6 +60,58 @@ void VXUtilitiesPlatform::setSystemRoot(const QString &root)
 void VXUtilitiesPlatform::setKernelRelease(const std::optional<QString> &release)
 {
     g_kernelRelease = release;
+}
+
+QString VXUtilitiesPlatform::systemRoot()
+{
+    return g_root;
+}
+
+void VXUtilitiesPlatform::setReleaseForThresholds(const std::optional<quint32> &release)
+{
+    g_releaseForThresholds = release;
+}
+
+quint32 VXUtilitiesPlatform::releaseForThresholds()
+{
+    // A kernel release (6.1) means nothing against the other platform's
+    // numbering (10.13 is 101300): the newest release the predicates know
+    // answers, as appKitVersionNumber() does.
+    return g_releaseForThresholds.value_or(130000);
+}
+
+void VXUtilitiesPlatform::setClock(const std::function<QDateTime()> &now)
+{
+    g_clock = now;
+}
+
+QDateTime VXUtilitiesPlatform::now()
+{
+    return g_clock ? g_clock() : QDateTime::currentDateTime();
+}
+
+bool VXUtilitiesPlatform::fileExists(const QString &path)
+{
+    return QFileInfo::exists(g_root + path);
+}
+
+void VXUtilitiesPlatform::openFile(const QString &path)
+{
+    if (path.isEmpty())
+        return; // nothing to open: as a launcher handed no file
+    if (const auto bundle = VXBundle::open(path); bundle && path.endsWith(QLatin1String(".app"))) {
+        const QString executable = bundle->executablePath();
+        if (!executable.isEmpty())
+            QProcess::startDetached(executable, {}, path);
+        return;
+    }
+    QProcess::startDetached(QStringLiteral("xdg-open"), { path });
+}
+
+QString VXUtilitiesPlatform::secureInputReport()
+{
+    // X11 has no secure input: any client may read the keyboard.
+    return QString();
 }
 
 std::optional<quint32> VXUtilitiesPlatform::systemVersionSelector(quint32 selector)
