@@ -5,6 +5,7 @@
 #include "vxappearance_p.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QLoggingCategory>
 #include <QStyle>
 #include <QWidget>
@@ -26,6 +27,24 @@ void setPaletteColors(
     p.setColor(QPalette::Disabled, role, disabled.isValid() ? disabled : active);
 }
 
+// A widget with a style sheet keeps the palette it was polished with: Qt
+// 6.4's style-sheet style stores the palette of that moment as the widget's
+// own and gives it back on unpolish, so its text would stay white on a
+// window that turned light. Such widgets inherit again and are polished
+// against the new palette. (A palette set on a style-sheet widget by hand is
+// lost here; none of ours has one.)
+void repolishStyleSheetWidgets()
+{
+    for (QWidget *widget : QApplication::allWidgets()) {
+        if (!widget->testAttribute(Qt::WA_StyleSheet))
+            continue;
+        widget->style()->unpolish(widget);
+        widget->setPalette(QPalette());
+        widget->style()->polish(widget);
+        widget->update();
+    }
+}
+
 // Follows the desktop once: see followDesktopAppearance().
 void applyDesktopAppearance()
 {
@@ -42,6 +61,33 @@ void applyDesktopAppearance()
     QApplication::setPalette(*dark ? VXAppearance::darkPalette() : VXAppearance::lightPalette());
     g_paletteSetByUs = true;
 }
+
+// Polishes the style-sheet widgets again after every change of the
+// application palette, ours or the platform theme's. Queued: top-level
+// windows hear of the new palette through posted events, and the widgets in
+// them must have it first.
+class PaletteWatcher : public QObject
+{
+public:
+    using QObject::QObject;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange && !m_queued) {
+            m_queued = true;
+            QMetaObject::invokeMethod(
+                this,
+                [this] {
+                    m_queued = false;
+                    repolishStyleSheetWidgets();
+                },
+                Qt::QueuedConnection);
+        }
+        return false;
+    }
+
+private:
+    bool m_queued = false;
+};
 
 } // namespace
 
@@ -119,6 +165,7 @@ void followDesktopAppearance()
     if (g_following || !qobject_cast<QApplication *>(QCoreApplication::instance()))
         return;
     g_following = true;
+    qApp->installEventFilter(new PaletteWatcher(qApp));
     auto *relay = new SignalRelay(applyDesktopAppearance, qApp);
     QObject::connect(desktopNotifier(), SIGNAL(changed()), relay, SLOT(relay()));
     applyDesktopAppearance();

@@ -70,6 +70,26 @@ QColor backgroundOf(QWidget *widget)
     return widget->screen()->grabWindow(0, corner.x(), corner.y(), 1, 1).toImage().pixelColor(0, 0);
 }
 
+// The lightness of the darkest and of the lightest pixel the X server shows
+// of a widget.
+std::pair<int, int> lightnessRange(QWidget *widget)
+{
+    const QPoint origin = widget->mapToGlobal(QPoint(0, 0));
+    const QImage image
+        = widget->screen()
+              ->grabWindow(0, origin.x(), origin.y(), widget->width(), widget->height())
+              .toImage();
+    int darkest = 255, lightest = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const int l = image.pixelColor(x, y).lightness();
+            darkest = std::min(darkest, l);
+            lightest = std::max(lightest, l);
+        }
+    }
+    return { darkest, lightest };
+}
+
 } // namespace
 
 class TestAppearanceWindow : public QObject
@@ -161,12 +181,15 @@ void TestAppearanceWindow::installerWindowDarkWithItsReadMeLight()
     QWidget *readMe = c.readMeTextView()->viewport();
     QTRY_VERIFY2(backgroundOf(window).lightness() < 80, qPrintable(backgroundOf(window).name()));
     QTRY_VERIFY2(backgroundOf(readMe).lightness() > 240, qPrintable(backgroundOf(readMe).name()));
+    // The product's name, styled by a style sheet, is written light on dark.
+    QTRY_VERIFY(lightnessRange(c.nameField()).second > 200);
     screenshot(window, QStringLiteral("installer-dark.png"));
 
     // Back to light, the window with it; the read-me was light all along.
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 2")));
     QTRY_VERIFY2(backgroundOf(window).lightness() > 200, qPrintable(backgroundOf(window).name()));
     QVERIFY(backgroundOf(readMe).lightness() > 240);
+    QTRY_VERIFY(lightnessRange(c.nameField()).first < 80);
     screenshot(window, QStringLiteral("installer-light.png"));
 }
 
