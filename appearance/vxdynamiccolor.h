@@ -49,8 +49,11 @@ public:
     // Red for warning texts, shared.
     static const VXDynamicColor &redWarningTextColor();
     // One of "Blue", "Purple", "Pink", "Red", "Orange", "Yellow", "Green",
-    // "Graphite": the user default "AppleAccentColor" where set, else the
-    // desktop's accent colour, else "Blue".
+    // "Graphite": the user default "AppleAccentColor" where set (-1 Graphite,
+    // 0 Red, 1 Orange, 2 Yellow, 3 Green, 5 Purple, 6 Pink; any other number,
+    // 4 included on purpose, is "Blue" and logged once per new number; a
+    // value that is no number is "Blue"), else the desktop's accent colour by
+    // its nearest hue, else "Blue".
     static QString accentColorName();
     // The highlighted menu title's colour (global flag YES) and the
     // highlighted menu item's colour for the current accent colour.
