@@ -45,20 +45,22 @@ QObject *desktopNotifier()
     static bool connected = false;
     if (!connected) {
         connected = true;
-        // Connected before anyone else can connect, so that every receiver
-        // of changed() reads the new answers.
+        // Connected before any receiver of this library, so that each of
+        // them reads the new answers.
         QObject::connect(notifier, &DesktopAppearance::Notifier::changed, [] { g_cache = {}; });
     }
     return notifier;
 }
 
-static DesktopAppearance::ColorScheme colorScheme()
+namespace {
+DesktopAppearance::ColorScheme colorScheme()
 {
     desktopNotifier();
     if (!g_cache.scheme)
         g_cache.scheme = DesktopAppearance::colorScheme();
     return *g_cache.scheme;
 }
+} // namespace
 
 std::optional<bool> desktopPrefersDark()
 {

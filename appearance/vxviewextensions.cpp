@@ -35,17 +35,16 @@ QScrollArea *enclosingScrollArea(QWidget *view)
 // replaces one still under way.
 void animateOrigin(QScrollArea *area, int x, int y)
 {
-    const char *const kRunning = "vxScrollAnimation";
-    if (auto *running = area->property(kRunning).value<QObject *>())
-        delete running;
+    const QString name = QStringLiteral("vxScrollAnimation");
+    if (auto *running
+        = area->findChild<QParallelAnimationGroup *>(name, Qt::FindDirectChildrenOnly))
+        running->stop(); // deletes it
     auto *group = new QParallelAnimationGroup(area);
+    group->setObjectName(name);
     auto *horizontal = new QPropertyAnimation(area->horizontalScrollBar(), "value", group);
     horizontal->setEndValue(x);
     auto *vertical = new QPropertyAnimation(area->verticalScrollBar(), "value", group);
     vertical->setEndValue(y);
-    group->addAnimation(horizontal);
-    group->addAnimation(vertical);
-    area->setProperty(kRunning, QVariant::fromValue<QObject *>(group));
     group->start(QAbstractAnimation::DeleteWhenStopped);
 }
 
@@ -155,7 +154,8 @@ void useLightAquaAppearance(QWidget *view, bool light)
 void registerDarkModeNotifications(QWidget *view, const char *member)
 {
     if (view && member)
-        QObject::connect(VXAppearance::desktopNotifier(), SIGNAL(changed()), view, member);
+        QObject::connect(
+            VXAppearance::desktopNotifier(), SIGNAL(changed()), view, member, Qt::UniqueConnection);
 }
 
 void unregisterDarkModeNotifications(QWidget *view)

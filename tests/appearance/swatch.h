@@ -8,6 +8,11 @@
 #include <QScreen>
 #include <QWidget>
 
+// How long a window test waits for what it started (a window shown, a
+// repaint, a signal from the portal) on a machine that may be busy: a
+// deadline, not a measure of speed.
+constexpr int kPatience = 30000;
+
 // A widget that paints itself in a dynamic colour, the way an application's
 // widget would: resolved while painting, against the widget painted.
 class Swatch : public QWidget

@@ -113,7 +113,7 @@ void TestAppearanceWindow::initTestCase()
     QVERIFY(m_portal->waitReady());
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 2"))); // light
     VXAppearance::followDesktopAppearance();
-    QTRY_VERIFY(!VXAppearance::applicationIsDark());
+    QTRY_VERIFY_WITH_TIMEOUT(!VXAppearance::applicationIsDark(), kPatience);
 }
 
 void TestAppearanceWindow::followsThePortalWithoutRestart()
@@ -125,20 +125,20 @@ void TestAppearanceWindow::followsThePortalWithoutRestart()
     Observer observer;
     VXViewExtensions::registerDarkModeNotifications(&observer, SLOT(darkModeChanged()));
     window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QTRY_VERIFY(sameShown(shownAtCentre(local), kLight));
-    QTRY_VERIFY(sameShown(shownAtCentre(global), kLight));
+    QVERIFY(QTest::qWaitForWindowExposed(&window, kPatience));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(local), kLight), kPatience);
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(global), kLight), kPatience);
 
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 1"))); // dark
-    QTRY_VERIFY(sameShown(shownAtCentre(local), kDark));
-    QTRY_VERIFY(sameShown(shownAtCentre(global), kDark));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(local), kDark), kPatience);
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(global), kDark), kPatience);
     QVERIFY(VXAppearance::applicationIsDark());
-    QTRY_COMPARE(observer.changes, 1);
+    QTRY_COMPARE_WITH_TIMEOUT(observer.changes, 1, kPatience);
 
     VXViewExtensions::unregisterDarkModeNotifications(&observer);
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 2")));
-    QTRY_VERIFY(sameShown(shownAtCentre(local), kLight));
-    QTRY_VERIFY(sameShown(shownAtCentre(global), kLight));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(local), kLight), kPatience);
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(global), kLight), kPatience);
     QCOMPARE(observer.changes, 1);
 }
 
@@ -163,33 +163,36 @@ void TestAppearanceWindow::accentFromThePortal()
     VXUserDefaults::standard().setObject(setting, QStringLiteral("AppleAccentColor"));
     LogCapture quiet;
     QVERIFY(m_portal->set(QStringLiteral("accent-color rgb ") + rgb));
-    QTRY_COMPARE(VXDynamicColor::accentColorName(), name);
+    QTRY_COMPARE_WITH_TIMEOUT(VXDynamicColor::accentColorName(), name, kPatience);
     VXUserDefaults::standard().removeObject(QStringLiteral("AppleAccentColor"));
 }
 
 void TestAppearanceWindow::installerWindowDarkWithItsReadMeLight()
 {
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 1")));
-    QTRY_VERIFY(VXAppearance::isDarkPalette(QApplication::palette()));
+    QTRY_VERIFY_WITH_TIMEOUT(VXAppearance::isDarkPalette(QApplication::palette()), kPatience);
     ProductFixture fixture(QStringLiteral("Sample"));
     LogCapture quiet;
     InstallerWinController c(fixture.options(
         { "-readMePath", QStringLiteral(QUILLET_SOURCE_DIR "/examples/sample/ReadMe.rtf") }));
     c.awakeFromNib();
     QWidget *window = c.window();
-    QVERIFY(QTest::qWaitForWindowExposed(window));
+    QVERIFY(QTest::qWaitForWindowExposed(window, kPatience));
     QWidget *readMe = c.readMeTextView()->viewport();
-    QTRY_VERIFY2(backgroundOf(window).lightness() < 80, qPrintable(backgroundOf(window).name()));
-    QTRY_VERIFY2(backgroundOf(readMe).lightness() > 240, qPrintable(backgroundOf(readMe).name()));
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        backgroundOf(window).lightness() < 80, qPrintable(backgroundOf(window).name()), kPatience);
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        backgroundOf(readMe).lightness() > 240, qPrintable(backgroundOf(readMe).name()), kPatience);
     // The product's name, styled by a style sheet, is written light on dark.
-    QTRY_VERIFY(lightnessRange(c.nameField()).second > 200);
+    QTRY_VERIFY_WITH_TIMEOUT(lightnessRange(c.nameField()).second > 200, kPatience);
     screenshot(window, QStringLiteral("installer-dark.png"));
 
     // Back to light, the window with it; the read-me was light all along.
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 2")));
-    QTRY_VERIFY2(backgroundOf(window).lightness() > 200, qPrintable(backgroundOf(window).name()));
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        backgroundOf(window).lightness() > 200, qPrintable(backgroundOf(window).name()), kPatience);
     QVERIFY(backgroundOf(readMe).lightness() > 240);
-    QTRY_VERIFY(lightnessRange(c.nameField()).first < 80);
+    QTRY_VERIFY_WITH_TIMEOUT(lightnessRange(c.nameField()).first < 80, kPatience);
     screenshot(window, QStringLiteral("installer-light.png"));
 }
 

@@ -34,7 +34,7 @@ QByteArray encoded(const VXDynamicColor &color)
     return data;
 }
 
-// Red, green and blue to two places, as the tables of accent colours give them.
+// Red, green and blue to two places, as the accent colours are given.
 using Rgb = QList<double>;
 
 Rgb components(const QColor &c)
@@ -127,8 +127,9 @@ void TestDynamicColor::showsTheVariantOfTheWidgetsAppearance()
     (new QVBoxLayout(container))->addWidget(swatch);
     (new QVBoxLayout(&window))->addWidget(container);
     window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    QTRY_VERIFY2(sameShown(shownAtCentre(swatch), shown), qPrintable(shownAtCentre(swatch).name()));
+    QVERIFY(QTest::qWaitForWindowExposed(&window, kPatience));
+    QTRY_VERIFY2_WITH_TIMEOUT(sameShown(shownAtCentre(swatch), shown),
+        qPrintable(shownAtCentre(swatch).name()), kPatience);
     VXAppearance::Drawing drawing(swatch); // the appearance current while drawing
     QCOMPARE(color.redComponent(), shown.redF());
 }
@@ -137,12 +138,12 @@ void TestDynamicColor::switchesWhenTheThemeChangesWithoutRestart()
 {
     Swatch swatch(VXDynamicColor::lightColor(kLight, kDark));
     swatch.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&swatch));
-    QTRY_VERIFY(sameShown(shownAtCentre(&swatch), kLight));
+    QVERIFY(QTest::qWaitForWindowExposed(&swatch, kPatience));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(&swatch), kLight), kPatience);
     setApplicationDark(true);
-    QTRY_VERIFY(sameShown(shownAtCentre(&swatch), kDark));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(&swatch), kDark), kPatience);
     setApplicationDark(false);
-    QTRY_VERIFY(sameShown(shownAtCentre(&swatch), kLight));
+    QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(&swatch), kLight), kPatience);
 }
 
 void TestDynamicColor::derivationsAreColoursOfTheMoment()
@@ -164,58 +165,45 @@ void TestDynamicColor::menuHighlightsFollowTheAccentDefault_data()
 {
     QTest::addColumn<QVariant>("setting");
     QTest::addColumn<QString>("name");
-    QTest::addColumn<Rgb>("menuLight");
-    QTest::addColumn<Rgb>("menuDark");
-    QTest::addColumn<Rgb>("itemLight");
-    QTest::addColumn<Rgb>("itemDark");
-    QTest::addColumn<QStringList>("logged"); // over two calls
-
-    const Rgb blue[] = { { 0.16, 0.43, 0.95 }, { 0.04, 0.29, 0.76 }, components255(60, 139, 246),
-        components255(12, 111, 225) };
-    const auto row = [&](const char *name, const QVariant &setting, const QString &accent,
-                         const Rgb(&rgb)[4], const QStringList &logged = {}) {
-        QTest::newRow(name) << setting << accent << rgb[0] << rgb[1] << rgb[2] << rgb[3] << logged;
-    };
-    row("absent", QVariant(), "Blue", blue);
-    row("not a number", QStringLiteral("teal"), "Blue", blue);
-    const Rgb graphite[] = { { 0.59, 0.59, 0.59 }, { 0.34, 0.34, 0.34 },
-        components255(162, 162, 162), components255(124, 128, 131) };
-    row("-1", -1, "Graphite", graphite);
-    const Rgb red[] = { { 0.85, 0.25, 0.29 }, { 0.76, 0.18, 0.22 }, components255(229, 95, 100),
-        components255(199, 54, 60) };
-    row("0", 0, "Red", red);
-    const Rgb pink[] = { { 0.95, 0.31, 0.61 }, { 0.73, 0.16, 0.43 }, components255(248, 114, 176),
-        components255(218, 74, 142) };
-    row("6", 6, "Pink", pink);
+    QTest::addColumn<QStringList>("logged"); // over three lookups
+    const QStringList none;
+    QTest::newRow("absent") << QVariant() << "Blue" << none;
+    QTest::newRow("not a number") << QVariant(QStringLiteral("teal")) << "Blue" << none;
+    QTest::newRow("-1") << QVariant(-1) << "Graphite" << none;
     // 4 is unknown on purpose; each new unknown index is logged once.
-    row("4, logged once", 4, "Blue", blue, { "*** unknown accent color index: 4" });
-    row("4 again, silent", 4, "Blue", blue);
-    row("7, a new index", 7, "Blue", blue, { "*** unknown accent color index: 7" });
-    row("4 after 7, logged again", 4, "Blue", blue, { "*** unknown accent color index: 4" });
+    const QStringList four { "*** unknown accent color index: 4" };
+    QTest::newRow("4, logged once") << QVariant(4) << "Blue" << four;
+    QTest::newRow("4 again, silent") << QVariant(4) << "Blue" << none;
+    QTest::newRow("7, a new index")
+        << QVariant(7) << "Blue" << QStringList { "*** unknown accent color index: 7" };
+    QTest::newRow("4 after 7, logged again") << QVariant(4) << "Blue" << four;
 }
 
 void TestDynamicColor::menuHighlightsFollowTheAccentDefault()
 {
     QFETCH(QVariant, setting);
     QFETCH(QString, name);
-    QFETCH(Rgb, menuLight);
-    QFETCH(Rgb, menuDark);
-    QFETCH(Rgb, itemLight);
-    QFETCH(Rgb, itemDark);
     QFETCH(QStringList, logged);
+    // Menu title light, dark; menu item light, dark.
+    const QHash<QString, QList<Rgb>> pairs {
+        { "Blue",
+            { { 0.16, 0.43, 0.95 }, { 0.04, 0.29, 0.76 }, components255(60, 139, 246),
+                components255(12, 111, 225) } },
+        { "Graphite",
+            { { 0.59, 0.59, 0.59 }, { 0.34, 0.34, 0.34 }, components255(162, 162, 162),
+                components255(124, 128, 131) } },
+    };
 
     VXUserDefaults::standard().setObject(setting, QStringLiteral("AppleAccentColor"));
     LogCapture log;
     QCOMPARE(VXDynamicColor::accentColorName(), name);
     const VXDynamicColor menu = VXDynamicColor::menuHighlightColor();
     const VXDynamicColor item = VXDynamicColor::menuItemHighlightColor();
-    QCOMPARE(log.messages(), logged); // three calls, at most one line
-    QCOMPARE(components(menu.aquaColor()), menuLight);
-    QCOMPARE(components(*menu.darkAquaColor()), menuDark);
-    QVERIFY(menu.usesGlobalAppearance());
-    QCOMPARE(components(item.aquaColor()), itemLight);
-    QCOMPARE(components(*item.darkAquaColor()), itemDark);
-    QVERIFY(!item.usesGlobalAppearance());
+    QCOMPARE(log.messages(), logged);
+    QCOMPARE((QList<Rgb> { components(menu.aquaColor()), components(*menu.darkAquaColor()),
+                 components(item.aquaColor()), components(*item.darkAquaColor()) }),
+        pairs.value(name));
+    QVERIFY(menu.usesGlobalAppearance() && !item.usesGlobalAppearance());
 }
 
 void TestDynamicColor::coding_data()
