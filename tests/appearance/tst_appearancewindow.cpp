@@ -149,7 +149,6 @@ void TestAppearanceWindow::accentFromThePortal_data()
     QTest::addColumn<QString>("name");
     QTest::newRow("red") << "0.88 0.11 0.14" << QVariant() << "Red";
     QTest::newRow("teal is nearest to blue") << "0.13 0.56 0.64" << QVariant() << "Blue";
-    QTest::newRow("yellow") << "0.96 0.76 0.07" << QVariant() << "Yellow";
     QTest::newRow("slate grey") << "0.44 0.48 0.50" << QVariant() << "Graphite";
     QTest::newRow("the user default first") << "0.88 0.11 0.14" << QVariant(5) << "Purple";
     QTest::newRow("an unknown user default: Blue") << "0.88 0.11 0.14" << QVariant(9) << "Blue";

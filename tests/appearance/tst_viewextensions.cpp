@@ -43,11 +43,6 @@ struct Page
     int y() const { return area.verticalScrollBar()->value(); }
 };
 
-QColor colourAt(QWidget *widget, const QPoint &point)
-{
-    return widget->grab().toImage().pixelColor(point);
-}
-
 QWidget *filled(QWidget *parent, const QColor &colour, const QRect &geometry)
 {
     auto *w = new QWidget(parent);
@@ -68,7 +63,6 @@ private Q_SLOTS:
     void animatedVerticalScroll_data();
     void animatedVerticalScroll();
     void plainAndPointScrolls();
-    void bringToFrontShowsTheViewAboveItsSiblings();
     void lightAppearanceInsideADarkWindow();
     void wrapInVisualEffectView();
     void scale_data();
@@ -139,19 +133,6 @@ void TestViewExtensions::plainAndPointScrolls()
     QTRY_COMPARE_WITH_TIMEOUT(QPoint(page.x(), page.y()), QPoint(20, 800), kPatience);
     QWidget loose;
     QVERIFY(!scrollRectToVisible(&loose, QRectF(0, 0, 1, 1), false)); // no scroll area
-}
-
-void TestViewExtensions::bringToFrontShowsTheViewAboveItsSiblings()
-{
-    QWidget parent;
-    parent.resize(100, 100);
-    QWidget *first = filled(&parent, Qt::red, QRect(0, 0, 60, 60));
-    filled(&parent, Qt::blue, QRect(20, 20, 60, 60));
-    QCOMPARE(colourAt(&parent, QPoint(40, 40)), QColor(Qt::blue));
-    bringToFrontInsideSuperView(first);
-    QCOMPARE(colourAt(&parent, QPoint(40, 40)), QColor(Qt::red));
-    QCOMPARE(parent.children().last(), first);
-    bringToFrontInsideSuperView(&parent); // no parent: nothing happens
 }
 
 void TestViewExtensions::lightAppearanceInsideADarkWindow()
