@@ -79,6 +79,8 @@ bool applicationIsDark()
 {
     if (const std::optional<bool> dark = desktopPrefersDark())
         return *dark;
+    if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        return false; // no palette to ask
     return isDarkPalette(QGuiApplication::palette());
 }
 

@@ -23,7 +23,8 @@ class QWidget;
 //    the colour of that moment.
 // A widget that paints with a dynamic colour is repainted when the
 // appearance changes because the application's palette (or its own) changes
-// with it; see docs/appearance.md.
+// with it; see docs/appearance.md. Meant for the main thread, where the
+// appearance and painting live; the shared colours are made without a lock.
 class VXDynamicColor
 {
 public:
