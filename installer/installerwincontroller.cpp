@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "installerwincontroller.h"
 
+#include "appearance/vxappearance.h"
+#include "appearance/vxviewextensions.h"
 #include "process/vxappleevents.h"
 #include "readmedocument.h"
 #include "utilities/vxbundle.h"
@@ -58,17 +60,6 @@ constexpr int kAlertSecondButtonReturn = 1001;
 QString logFilePath()
 {
     return QDir::homePath() + QLatin1String("/Library/Logs/QuilletInstaller.log");
-}
-
-// The read-me keeps dark text on a light page whatever the desktop's theme.
-void useLightAppearance(QWidget *view)
-{
-    QPalette palette = view->palette();
-    palette.setColor(QPalette::Base, Qt::white);
-    palette.setColor(QPalette::Text, Qt::black);
-    palette.setColor(QPalette::Window, QColor(0xf4, 0xf4, 0xf4));
-    palette.setColor(QPalette::WindowText, Qt::black);
-    view->setPalette(palette);
 }
 
 QPixmap loadImage(const QString &path)
@@ -166,6 +157,8 @@ bool InstallerWinController::loadInterface()
     }
     m_window = window;
     m_window->setAttribute(Qt::WA_DeleteOnClose, false);
+    // The window is light or dark as the desktop is.
+    VXAppearance::followDesktopAppearance();
     m_tabView = window->findChild<QTabWidget *>(QStringLiteral("tabView"));
     m_nameField = window->findChild<QLabel *>(QStringLiteral("nameField"));
     m_introField = window->findChild<QLabel *>(QStringLiteral("introField"));
@@ -376,7 +369,8 @@ void InstallerWinController::awakeFromNib()
     // 19. Read-me.
     const QString readMePath = argument(QStringLiteral("readMePath"));
     if (!readMePath.isNull() && QFileInfo::exists(readMePath)) {
-        useLightAppearance(m_readMeTextView);
+        // The read-me keeps dark text on a light page whatever the desktop's theme.
+        VXViewExtensions::useLightAquaAppearance(m_readMeTextView, true);
         QString error;
         if (!ReadMeDocument::load(readMePath, m_readMeTextView->document(), &error))
             qCWarning(lcInstaller) << "read-me not shown:" << error;
