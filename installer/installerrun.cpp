@@ -4,6 +4,7 @@
 // The installation run: the buttons, the background thread, the final
 // message, the completion sound and the delayed quit.
 #include "appearance/soundextensions.h"
+#include "extensions/stringextensions.h"
 #include "installerwincontroller.h"
 #include "utilities/vxlocalization.h"
 #include "utilities/vxlog.h"
@@ -50,6 +51,7 @@ void InstallerWinController::install()
     }
     m_installButton->setEnabled(false);
     m_cancelButton->setEnabled(false);
+    recordOptionKey();
     // Detached: closing the window quits without waiting for the run.
     std::thread([this] { installThread(); }).detach();
 }
@@ -122,13 +124,13 @@ void InstallerWinController::installationFinished(const QString &errorText)
     animateProgress(false);
 
     if (m_arguments.contains(QStringLiteral("completionQuit"))) {
-        bool ok = false;
-        const double delay = argument(QStringLiteral("completionQuit")).trimmed().toDouble(&ok);
-        if (ok) {
-            vxLog(QStringLiteral("quit delay: %1.1f"), delay);
-            if (delay > 0)
-                QTimer::singleShot(qRound64(delay * 1000), this, [this] { terminate(); });
-        }
+        // Read as a float value: the leading number ("2.5s" is 2.5, "3,5" is
+        // 3), 0 when there is none.
+        const double delay
+            = StringExtensions::floatValue(argument(QStringLiteral("completionQuit")));
+        vxLog(QStringLiteral("quit delay: %1.1f"), delay);
+        if (delay > 0)
+            QTimer::singleShot(qRound64(delay * 1000), this, [this] { terminate(); });
     }
     Q_EMIT runFinished(errorText);
 }

@@ -15,6 +15,7 @@
 #include <QProcess>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <glib.h>
 
 namespace {
 QString applicationsFolder()
@@ -80,14 +81,22 @@ QString systemEntryPath(const QString &id)
         + QLatin1String(".desktop");
 }
 
-// The value of X-Quillet-Bundle in an entry file; null when there is none.
+// The value of X-Quillet-Bundle in an entry file, read with GLib's key-file
+// parser; null when there is none.
 QString bundleOfEntry(const QString &entryPath)
 {
-    QFile file(entryPath);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    const auto value = DesktopEntry::value(file.read(1 << 16).toStdString(), "X-Quillet-Bundle");
-    return value ? QString::fromStdString(*value) : QString();
+    GKeyFile *entry = g_key_file_new();
+    QString bundle;
+    if (g_key_file_load_from_file(
+            entry, QFile::encodeName(entryPath).constData(), G_KEY_FILE_NONE, nullptr)) {
+        if (gchar *value
+            = g_key_file_get_string(entry, G_KEY_FILE_DESKTOP_GROUP, "X-Quillet-Bundle", nullptr)) {
+            bundle = QString::fromUtf8(value);
+            g_free(value);
+        }
+    }
+    g_key_file_free(entry);
+    return bundle;
 }
 } // namespace
 

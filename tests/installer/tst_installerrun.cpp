@@ -23,6 +23,8 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <csignal>
+#include <future>
+#include <thread>
 
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
@@ -77,7 +79,8 @@ private Q_SLOTS:
     void wrapperFolder_data();
     void wrapperFolder();
     void launchThatNeverOpensIsStillSuccess();
-    void completionQuitAfterSuccessAndFailure();
+    void completionQuit_data();
+    void completionQuit();
     void runningCopyThatRefusesCancelsTheRun();
     void staleStagingCopyGoesToTrash();
     void privilegedPathThroughStandInElevation_data();
@@ -101,7 +104,17 @@ void TestInstallerRun::freshInstall()
     ProductFixture fixture;
     makeRunnable(fixture);
     Run run(fixture, { "-productName", "Foo", "-version", "2.0" });
-    QVERIFY(run.start());
+    // The run never waits for the main thread (it only posts to it): here the
+    // main thread is blocked until the installation thread has finished.
+    std::promise<void> done;
+    std::future<void> ended = done.get_future();
+    std::thread([&run, &done] {
+        run.controller.installThread();
+        done.set_value();
+    }).detach();
+    QVERIFY2(ended.wait_for(std::chrono::minutes(2)) == std::future_status::ready,
+        "the installation thread waits for the main thread");
+    QVERIFY(run.finished.wait());
     const QString destination = fixture.applications + "/Foo.app";
     QVERIFY(run.finished.first().first().toString().isNull());
     QCOMPARE(
@@ -227,42 +240,42 @@ void TestInstallerRun::launchThatNeverOpensIsStillSuccess()
         run.controller.introField()->text(), QStringLiteral("Foo was successfully installed."));
 }
 
-void TestInstallerRun::completionQuitAfterSuccessAndFailure()
+void TestInstallerRun::completionQuit_data()
 {
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("success");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<bool>("quits");
+    QTest::newRow("after success") << "0.5" << true << "quit delay: 0.5" << true;
+    QTest::newRow("after failure") << "0.5" << false << "quit delay: 0.5" << true;
+    QTest::newRow("unit after the number") << "0.5s" << true << "quit delay: 0.5" << true;
+    QTest::newRow("decimal comma: its leading number")
+        << "1,5" << true << "quit delay: 1.0" << true;
+    QTest::newRow("zero stays open") << "0" << true << "quit delay: 0.0" << false;
+    QTest::newRow("no number stays open") << "abc" << true << "quit delay: 0.0" << false;
+    QTest::newRow("negative stays open") << "-2" << false << "quit delay: -2.0" << false;
+}
+
+void TestInstallerRun::completionQuit()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, success);
+    QFETCH(QString, logged);
+    QFETCH(bool, quits);
     ProductFixture fixture;
-    makeRunnable(fixture);
-    {
-        Run run(fixture, { "-completionQuit", "2.5" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(run.messages().contains("quit delay: 2.5"));
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(quitting.wait(5000));
-        QVERIFY(clock.elapsed() >= 2000);
-        killProcessesUnder(fixture.applications);
-    }
-    {
-        // A failure quits just the same: the source has gone.
-        Run run(fixture,
-            { "-completionQuit", "2.5", "-sourcePath", fixture.path("Volumes/Foo/Gone.app"),
-                "-productCode", "WXYZ", "-productName", "Foo" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(!run.finished.first().first().toString().isEmpty());
-        QVERIFY(run.controller.cancelButton()->isEnabled());
-        QCOMPARE(run.controller.installButton()->text(), QStringLiteral("Install"));
-        QVERIFY(run.messages().contains("quit delay: 2.5"));
-        QVERIFY(quitting.wait(5000));
-    }
-    {
-        Run run(fixture, { "-completionQuit", "0" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(run.messages().contains("quit delay: 0.0"));
-        QVERIFY(!quitting.wait(1000));
-        killProcessesUnder(fixture.applications);
-    }
+    Run run(fixture, { "-completionQuit", value });
+    QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
+    // The end of a run, as the installation thread reports it.
+    run.controller.installationFinished(
+        success ? QString() : QStringLiteral("Installation failed."));
+    QVERIFY(run.messages().contains(logged));
+    // A failure leaves the install page usable for another run.
+    QCOMPARE(run.controller.installButton()->text(), success ? QString("OK") : QString("Install"));
+    QCOMPARE(run.controller.cancelButton()->isEnabled(), !success);
+    if (quits)
+        QVERIFY(quitting.wait(30000));
+    else
+        QVERIFY(!quitting.wait(2000));
 }
 
 void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()

@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTest>
 #include <QTextEdit>
@@ -21,6 +22,8 @@ private Q_SLOTS:
     void extractArguments_data();
     void extractArguments();
     void completesArgumentsFromBundle();
+    void interfaceFile_data();
+    void interfaceFile();
     void quitListAlwaysHoldsProductCodes();
     void destination_data();
     void destination();
@@ -28,18 +31,19 @@ private Q_SLOTS:
     void wrapper();
     void setupErrors_data();
     void setupErrors();
-    void installerOutsideAnyBundleIsMissingSourcePath();
     void helpButtonVisibility_data();
     void helpButtonVisibility();
     void readMeFallbacks_data();
     void readMeFallbacks();
-    void iconFallbacks();
+    void icon_data();
+    void icon();
     void pageButtons();
     void applicationsDirectoryFallsBackToUserFolder();
     void unsupportedFolders_data();
     void unsupportedFolders();
     void canWriteToPathWalksUpToExistingFolder();
-    void loginItemBecomesDestination();
+    void loginItems_data();
+    void loginItems();
     void localizedPath_data();
     void localizedPath();
 };
@@ -124,6 +128,38 @@ void TestInstallerSetup::completesArgumentsFromBundle()
     QVERIFY(!c->isFinished());
 }
 
+void TestInstallerSetup::interfaceFile_data()
+{
+    // What the bundle's interface file becomes: its window as it stands.
+    QTest::addColumn<QByteArray>("from");
+    QTest::addColumn<QByteArray>("to");
+    QTest::addColumn<QString>("title"); // null: not loaded
+    QTest::newRow("as built") << QByteArray() << QByteArray() << "Foo Installer";
+    QTest::newRow("edited in the bundle")
+        << QByteArray("%@ Installer") << QByteArray("%@ Setup") << "Foo Setup";
+    QTest::newRow("broken") << QByteArray("</ui>") << QByteArray() << QString();
+}
+
+void TestInstallerSetup::interfaceFile()
+{
+    QFETCH(QByteArray, from);
+    QFETCH(QByteArray, to);
+    QFETCH(QString, title);
+    ProductFixture fixture;
+    const QString file = fixture.installer + "/Contents/Resources/InstallerWindow.ui";
+    if (!from.isEmpty())
+        writeFile(file, readFile(file).replace(from, to));
+    LogCapture quiet;
+    Controller c = setUp(fixture, {});
+    if (title.isNull()) {
+        QVERIFY(!c->interfaceError().isEmpty());
+        QVERIFY(!c->window());
+    } else {
+        QCOMPARE(c->window()->windowTitle(), title);
+        QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
+    }
+}
+
 void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
 {
     ProductFixture fixture;
@@ -205,6 +241,8 @@ void TestInstallerSetup::setupErrors_data()
 {
     QTest::addColumn<QString>("case_");
     QTest::addColumn<QString>("message");
+    QTest::newRow("installer outside any bundle") << "outside"
+                                                  << "missing source path";
     QTest::newRow("source is the root folder") << "root"
                                                << "missing program name";
     QTest::newRow("no signature") << "nosig"
@@ -223,7 +261,15 @@ void TestInstallerSetup::setupErrors()
     QFETCH(QString, message);
     ProductFixture fixture;
     QStringList args;
-    if (case_ == "root") {
+    QTemporaryDir loose;
+    if (case_ == "outside") {
+        QDir().mkpath(loose.path() + "/QuilletInstaller.app/Contents/Resources");
+        VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
+        args << "-completionSound"
+             << "NO"
+             << "-productName"
+             << "Foo";
+    } else if (case_ == "root") {
         args << "-sourcePath"
              << "/";
     } else if (case_ == "nosig") {
@@ -247,22 +293,11 @@ void TestInstallerSetup::setupErrors()
     QCOMPARE(c->introField()->text(), message);
     QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
     QVERIFY(c->cancelButton()->isHidden());
+    QVERIFY(c->checkmarkField()->isHidden());
+    // The "%@" title is cleared when the name is not known yet.
+    if (case_ == "outside" || case_ == "root")
+        QCOMPARE(c->window()->windowTitle(), QString());
     QVERIFY(!c->window()->windowTitle().contains('%'));
-}
-
-void TestInstallerSetup::installerOutsideAnyBundleIsMissingSourcePath()
-{
-    ProductFixture fixture;
-    QTemporaryDir loose;
-    QDir().mkpath(loose.path() + "/QuilletInstaller.app/Contents/Resources");
-    VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
-    LogCapture capture;
-    Controller c = setUp(fixture, { "-completionSound", "NO", "-productName", "Foo" });
-    capture.restore();
-    QVERIFY2(capture.messages().contains("missing source path"), qPrintable(capture.text()));
-    QCOMPARE(c->window()->windowTitle(), QString()); // the "%@" title is cleared
-    QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
-    QVERIFY(c->isFinished());
 }
 
 void TestInstallerSetup::helpButtonVisibility_data()
@@ -335,27 +370,55 @@ void TestInstallerSetup::readMeFallbacks()
     QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
 }
 
-void TestInstallerSetup::iconFallbacks()
+void TestInstallerSetup::icon_data()
 {
-    ProductFixture fixture;
-    // A corrupt icon file named by the bundle, and a missing one given: both
-    // leave the icon as it was, and set-up goes on.
-    fixture.info.insert("CFBundleIconFile", "Foo");
-    fixture.writeInfo();
-    writeFile(fixture.product + "/Contents/Resources/Foo.icns",
-        QByteArray("icns\x00\x00\x10\x00garbage", 16));
-    LogCapture quiet;
-    Controller c = setUp(fixture, { "-iconPath", fixture.path("missing.png") });
-    QVERIFY(!c->isFinished());
-    QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
+    QTest::addColumn<QString>("iconFile"); // CFBundleIconFile
+    QTest::addColumn<QString>("resource"); // written into Contents/Resources
+    QTest::addColumn<QString>("given"); // -iconPath
+    QTest::addColumn<bool>("red"); // the picture shown
+    QTest::newRow("given file wins") << "Foo"
+                                     << "Foo.icns"
+                                     << "icon.png" << true;
+    QTest::newRow("bundle PNG without extension") << "Foo"
+                                                  << "Foo.png"
+                                                  << "" << true;
+    QTest::newRow("bundle SVG without extension") << "Foo"
+                                                  << "Foo.svg"
+                                                  << "" << true;
+    QTest::newRow("corrupt icns, missing given file") << "Foo"
+                                                      << "Foo.icns"
+                                                      << "missing.png" << false;
+}
 
-    // A real icon given by path wins.
+void TestInstallerSetup::icon()
+{
+    QFETCH(QString, iconFile);
+    QFETCH(QString, resource);
+    QFETCH(QString, given);
+    QFETCH(bool, red);
+    ProductFixture fixture;
+    fixture.info.insert("CFBundleIconFile", iconFile);
+    fixture.writeInfo();
+    const QString resourcePath = fixture.product + "/Contents/Resources/" + resource;
     QImage image(32, 32, QImage::Format_ARGB32);
     image.fill(Qt::red);
-    image.save(fixture.path("icon.png"));
-    c = setUp(fixture, { "-iconPath", fixture.path("icon.png") });
-    QVERIFY(!c->iconField()->pixmap().isNull());
-    QCOMPARE(c->iconField()->pixmap().toImage().pixelColor(5, 5), QColor(Qt::red));
+    if (resource.endsWith(".png"))
+        QVERIFY(image.save(resourcePath));
+    else if (resource.endsWith(".svg"))
+        writeFile(resourcePath,
+            "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'>"
+            "<rect width='32' height='32' fill='#ff0000'/></svg>");
+    else
+        writeFile(resourcePath, QByteArray("icns\x00\x00\x10\x00garbage", 16));
+    QVERIFY(image.save(fixture.path("icon.png")));
+    QStringList args;
+    if (!given.isEmpty())
+        args << "-iconPath" << fixture.path(given);
+    LogCapture quiet;
+    Controller c = setUp(fixture, args);
+    QVERIFY(!c->isFinished()); // a bad icon never stops set-up
+    const QImage shown = c->iconField()->pixmap().toImage();
+    QCOMPARE(!shown.isNull() && shown.pixelColor(shown.rect().center()) == QColor(Qt::red), red);
 }
 
 void TestInstallerSetup::pageButtons()
@@ -445,28 +508,66 @@ void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
     QVERIFY(capture.messages().contains("Cannot write to folder /proc/1"));
 }
 
-void TestInstallerSetup::loginItemBecomesDestination()
+void TestInstallerSetup::loginItems_data()
 {
+    // Autostart entries of the same file name in the user's folder and in a
+    // system folder; @ stands for the test's folder. The expected
+    // destination is relative to it.
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("expected");
+    const QString exec = "[Desktop Entry]\nType=Application\nName=Foo\nExec=";
+    QTest::newRow("quoted program path with a blank")
+        << exec + "\"@/Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n"
+        << ""
+        << "Foo Folder/Foo.app";
+    QTest::newRow("system folder entry") << "" << exec + "@/Other/Foo.app/Contents/Linux/Foo\n"
+                                         << "Other/Foo.app";
+    QTest::newRow("switched off in GNOME")
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\nX-GNOME-Autostart-enabled=false\n"
+        << ""
+        << "Applications/Foo.app";
+    QTest::newRow("hidden user entry masks the system one")
+        << "[Desktop Entry]\nHidden=true\n"
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\n"
+        << "Applications/Foo.app";
+    QTest::newRow("program gone") << exec + "@/Gone/Foo.app/Contents/Linux/Foo\n"
+                                  << ""
+                                  << "Applications/Foo.app";
+    QTest::newRow("not a desktop entry") << "Exec=@/Other/Foo.app/Contents/Linux/Foo\n"
+                                         << ""
+                                         << "Applications/Foo.app";
+}
+
+void TestInstallerSetup::loginItems()
+{
+    QFETCH(QString, user);
+    QFETCH(QString, system);
+    QFETCH(QString, expected);
     ProductFixture fixture;
-    const QString installed = fixture.path("Elsewhere/Foo.app");
-    QDir().mkpath(installed + "/Contents/Linux");
-    const QString autostart = QDir::homePath() + "/.config/autostart";
-    writeFile(
-        autostart + "/a-other.desktop", "[Desktop Entry]\nType=Application\nExec=/usr/bin/other\n");
-    writeFile(autostart + "/foo.desktop",
-        ("[Desktop Entry]\nType=Application\nName=Foo\nExec=\"" + installed
-            + "/Contents/Linux/Foo\" --hidden\n")
-            .toUtf8());
-    writeFile(autostart + "/hidden.desktop",
-        "[Desktop Entry]\nExec=/opt/FooOld.app/Contents/Linux/Foo\nHidden=true\n");
-    LogCapture capture;
+    for (const char *bundle : { "Foo Folder/Foo.app", "Other/Foo.app" })
+        writeFile(fixture.path(bundle) + "/Contents/Linux/Foo", "#!/bin/sh\n", true);
+    QDir().mkpath(fixture.path("Gone/Foo.app/Contents"));
+    const QString userFolder = QDir::homePath() + "/.config/autostart";
+    const QString systemFolder = fixture.path("xdg");
+    qputenv("XDG_CONFIG_DIRS", QFile::encodeName(systemFolder));
+    const auto restore = qScopeGuard([&] {
+        qunsetenv("XDG_CONFIG_DIRS");
+        QDir(userFolder).removeRecursively();
+    });
+    writeFile(userFolder + "/a-other.desktop", "[Desktop Entry]\nExec=/usr/bin/env\n");
+    if (!user.isEmpty())
+        writeFile(userFolder + "/foo.desktop", user.replace("@/", fixture.path("")).toUtf8());
+    if (!system.isEmpty())
+        writeFile(systemFolder + "/autostart/foo.desktop",
+            system.replace("@/", fixture.path("")).toUtf8());
+    LogCapture quiet;
     Controller c = setUp(fixture, {});
-    capture.restore();
-    QVERIFY(capture.messages().contains("autolaunch = " + installed));
-    QCOMPARE(c->arguments().value("destinationPath").toString(), installed);
-    QCOMPARE(c->autoLaunchPathFor("Fo"), installed); // a prefix matches
-    QVERIFY(c->autoLaunchPathFor("foo").isNull()); // case-sensitive
-    QDir(autostart).removeRecursively();
+    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    if (!expected.startsWith("Applications")) {
+        QCOMPARE(c->autoLaunchPathFor("Fo"), fixture.path(expected)); // a prefix of the name
+        QVERIFY(c->autoLaunchPathFor("foo").isNull()); // case-sensitive
+    }
 }
 
 void TestInstallerSetup::localizedPath_data()
