@@ -50,13 +50,16 @@ int main(int argc, char **argv)
     clock_gettime(CLOCK_MONOTONIC, &t0);
     const pid_t pid = fork();
     if (pid == 0) {
+        freopen("/dev/null", "w", stdout);
+        freopen("/dev/null", "w", stderr);
         execv(argv[1], argv + 1);
         _exit(127);
     }
     xcb_generic_event_t *e;
     while ((e = xcb_wait_for_event(c))) {
         const int type = e->response_type & ~0x80;
-        const int mapped = type == XCB_MAP_NOTIFY && !((xcb_map_notify_event_t *)e)->override_redirect;
+        const int mapped
+            = type == XCB_MAP_NOTIFY && !((xcb_map_notify_event_t *)e)->override_redirect;
         free(e);
         if (mapped)
             break;

@@ -5,6 +5,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QBuffer>
 #include <QLabel>
 #include <QPushButton>
 #include <QScopeGuard>
@@ -370,47 +371,65 @@ void TestInstallerSetup::readMeFallbacks()
     QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
 }
 
+namespace {
+// A 32-pixel square of one colour in the format the name's suffix gives;
+// an icns file holds it as its 128-pixel PNG frame after a blue 16-pixel one.
+QByteArray picture(const QString &name, QColor colour)
+{
+    auto png = [](int edge, QColor c) {
+        QImage image(edge, edge, QImage::Format_ARGB32);
+        image.fill(c);
+        QByteArray bytes;
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::WriteOnly);
+        image.save(&buffer, "PNG");
+        return bytes;
+    };
+    auto be32 = [](quint32 v) {
+        const char b[4] = { char(v >> 24), char(v >> 16), char(v >> 8), char(v) };
+        return QByteArray(b, 4);
+    };
+    if (name.endsWith(".svg"))
+        return "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'><rect width='32' "
+               "height='32' fill='"
+            + colour.name().toLatin1() + "'/></svg>";
+    if (!name.endsWith(".icns"))
+        return png(32, colour);
+    QByteArray frames;
+    for (const auto &[type, data] :
+        { std::pair { "icp4", png(16, Qt::blue) }, std::pair { "ic07", png(128, colour) } })
+        frames += type + be32(8 + data.size()) + data;
+    return "icns" + be32(8 + frames.size()) + frames;
+}
+} // namespace
+
 void TestInstallerSetup::icon_data()
 {
-    QTest::addColumn<QString>("iconFile"); // CFBundleIconFile
-    QTest::addColumn<QString>("resource"); // written into Contents/Resources
-    QTest::addColumn<QString>("given"); // -iconPath
-    QTest::addColumn<bool>("red"); // the picture shown
-    QTest::newRow("given file wins") << "Foo"
-                                     << "Foo.icns"
-                                     << "icon.png" << true;
-    QTest::newRow("bundle PNG without extension") << "Foo"
-                                                  << "Foo.png"
-                                                  << "" << true;
-    QTest::newRow("bundle SVG without extension") << "Foo"
-                                                  << "Foo.svg"
-                                                  << "" << true;
-    QTest::newRow("corrupt icns, missing given file") << "Foo"
-                                                      << "Foo.icns"
-                                                      << "missing.png" << false;
+    QTest::addColumn<QString>("resource"); // in Contents/Resources, named by CFBundleIconFile "Foo"
+    QTest::addColumn<QByteArray>("content"); // empty: a red picture
+    QTest::addColumn<QString>("given"); // -iconPath, a red PNG when it exists
+    QTest::addColumn<bool>("red"); // what is shown
+    const QByteArray corrupt("icns\x00\x00\x10\x00garbage", 16);
+    QTest::newRow("given file wins") << "Foo.icns" << corrupt << "icon.png" << true;
+    QTest::newRow("icns, PNG frame that fits") << "Foo.icns" << QByteArray() << "" << true;
+    QTest::newRow("bundle PNG without extension") << "Foo.png" << QByteArray() << "" << true;
+    QTest::newRow("bundle SVG without extension") << "Foo.svg" << QByteArray() << "" << true;
+    QTest::newRow("corrupt icns, missing given file")
+        << "Foo.icns" << corrupt << "missing.png" << false;
 }
 
 void TestInstallerSetup::icon()
 {
-    QFETCH(QString, iconFile);
     QFETCH(QString, resource);
+    QFETCH(QByteArray, content);
     QFETCH(QString, given);
     QFETCH(bool, red);
     ProductFixture fixture;
-    fixture.info.insert("CFBundleIconFile", iconFile);
+    fixture.info.insert("CFBundleIconFile", "Foo");
     fixture.writeInfo();
-    const QString resourcePath = fixture.product + "/Contents/Resources/" + resource;
-    QImage image(32, 32, QImage::Format_ARGB32);
-    image.fill(Qt::red);
-    if (resource.endsWith(".png"))
-        QVERIFY(image.save(resourcePath));
-    else if (resource.endsWith(".svg"))
-        writeFile(resourcePath,
-            "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'>"
-            "<rect width='32' height='32' fill='#ff0000'/></svg>");
-    else
-        writeFile(resourcePath, QByteArray("icns\x00\x00\x10\x00garbage", 16));
-    QVERIFY(image.save(fixture.path("icon.png")));
+    writeFile(fixture.product + "/Contents/Resources/" + resource,
+        content.isEmpty() ? picture(resource, Qt::red) : content);
+    writeFile(fixture.path("icon.png"), picture("icon.png", Qt::red));
     QStringList args;
     if (!given.isEmpty())
         args << "-iconPath" << fixture.path(given);
