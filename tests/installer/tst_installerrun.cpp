@@ -82,7 +82,6 @@ private Q_SLOTS:
     void completionQuit_data();
     void completionQuit();
     void runningCopyThatRefusesCancelsTheRun();
-    void staleStagingCopyGoesToTrash();
     void privilegedPathThroughStandInElevation_data();
     void privilegedPathThroughStandInElevation();
 };
@@ -304,23 +303,6 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
     VXProcessPlatform::setSignalSender({});
     running.kill();
     running.waitForFinished();
-}
-
-void TestInstallerRun::staleStagingCopyGoesToTrash()
-{
-    // A run killed after the exchange leaves the old copy at the staging
-    // name: the next run keeps it, in the Trash, under its own name.
-    ProductFixture fixture;
-    makeRunnable(fixture);
-    const QString destination = fixture.applications + "/Foo.app";
-    const QString stale = fixture.applications + "/.Foo.app.quillet-999999";
-    writeFile(stale + "/Contents/Resources/old-marker", "old");
-    QCOMPARE(ProductCopy::installProductCopy(fixture.product, destination, QString()), 0);
-    QVERIFY(!QFile::exists(stale));
-    QVERIFY(QFile::exists(
-        QDir::homePath() + "/.local/share/Trash/files/Foo.app/Contents/Resources/old-marker"));
-    QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
-    QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation_data()

@@ -28,8 +28,6 @@ private Q_SLOTS:
     void quitListAlwaysHoldsProductCodes();
     void destination_data();
     void destination();
-    void wrapper_data();
-    void wrapper();
     void setupErrors_data();
     void setupErrors();
     void helpButtonVisibility_data();
@@ -76,9 +74,6 @@ void TestInstallerSetup::extractArguments_data()
         << QStringList { "/x", "--x", "1" } << QVariantMap { { "", "/x" }, { "-x", "1" } };
     QTest::newRow("key is not reset after a value") << QStringList { "/x", "-readMePath", "a",
         "b" } << QVariantMap { { "", "/x" }, { "readMePath", "b" } };
-    QTest::newRow("invalid UTF-8 became replacement characters")
-        << QStringList { "/x", "-productName", QString::fromUtf8("F\xff\xfeo") }
-        << QVariantMap { { "", "/x" }, { "productName", QString::fromUtf8("F\xff\xfeo") } };
     QTest::newRow("nothing") << QStringList {} << QVariantMap {};
 }
 
@@ -174,66 +169,54 @@ void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
 
 void TestInstallerSetup::destination_data()
 {
-    QTest::addColumn<QString>("given");
+    // Paths relative to the test's folder; the source is Volumes/Foo/Foo.app.
+    QTest::addColumn<QString>("given"); // -destinationPath
+    QTest::addColumn<QString>("wrapper"); // -wrapperPath
     QTest::addColumn<QString>("expected");
     QTest::newRow("existing folder kept") << "Other/Foo Pro.app"
+                                          << ""
                                           << "Other/Foo Pro.app";
     QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app"
+                                               << ""
                                                << "Applications/Foo.app";
     QTest::newRow("parent is a file falls back") << "afile/Foo.app"
+                                                 << ""
                                                  << "Applications/Foo.app";
+    QTest::newRow("wrapper moves the destination") << ""
+                                                   << "Volumes/Foo/Foo Folder"
+                                                   << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("already inside the wrapper") << "Applications/Foo Folder/Foo.app"
+                                                << "Volumes/Foo/Foo Folder"
+                                                << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("wrapper outside the source folder dropped") << ""
+                                                               << "Elsewhere/Foo Folder"
+                                                               << "Applications/Foo.app";
+    QTest::newRow("missing wrapper dropped") << ""
+                                             << "Volumes/Foo/Nothing"
+                                             << "Applications/Foo.app";
 }
 
 void TestInstallerSetup::destination()
 {
     QFETCH(QString, given);
-    QFETCH(QString, expected);
-    ProductFixture fixture;
-    QDir().mkpath(fixture.path("Other"));
-    writeFile(fixture.path("afile"), "x");
-    LogCapture quiet;
-    Controller c = setUp(fixture, { "-destinationPath", fixture.path(given) });
-    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
-    QCOMPARE(c->pathField()->text(), fixture.path(expected));
-}
-
-void TestInstallerSetup::wrapper_data()
-{
-    QTest::addColumn<QString>("wrapper");
-    QTest::addColumn<QString>("destination");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<bool>("kept");
-    QTest::newRow("wrapper moves the destination") << "Volumes/Foo/Foo Folder"
-                                                   << ""
-                                                   << "Applications/Foo Folder/Foo.app" << true;
-    QTest::newRow("already inside the wrapper") << "Volumes/Foo/Foo Folder"
-                                                << "Applications/Foo Folder/Foo.app"
-                                                << "Applications/Foo Folder/Foo.app" << true;
-    QTest::newRow("outside the source folder") << "Elsewhere/Foo Folder"
-                                               << ""
-                                               << "Applications/Foo.app" << false;
-    QTest::newRow("missing on disk") << "Volumes/Foo/Nothing"
-                                     << ""
-                                     << "Applications/Foo.app" << false;
-}
-
-void TestInstallerSetup::wrapper()
-{
     QFETCH(QString, wrapper);
-    QFETCH(QString, destination);
     QFETCH(QString, expected);
-    QFETCH(bool, kept);
     ProductFixture fixture;
-    QDir().mkpath(fixture.path("Volumes/Foo/Foo Folder"));
-    QDir().mkpath(fixture.path("Elsewhere/Foo Folder"));
-    QDir().mkpath(fixture.path("Applications/Foo Folder"));
-    QStringList args { "-wrapperPath", fixture.path(wrapper) };
-    if (!destination.isEmpty())
-        args << "-destinationPath" << fixture.path(destination);
+    for (const char *folder :
+        { "Other", "Volumes/Foo/Foo Folder", "Elsewhere/Foo Folder", "Applications/Foo Folder" })
+        QDir().mkpath(fixture.path(folder));
+    writeFile(fixture.path("afile"), "x");
+    QStringList args;
+    if (!given.isEmpty())
+        args << "-destinationPath" << fixture.path(given);
+    if (!wrapper.isEmpty())
+        args << "-wrapperPath" << fixture.path(wrapper);
     LogCapture capture;
     Controller c = setUp(fixture, args);
     capture.restore();
     QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    QCOMPARE(c->pathField()->text(), fixture.path(expected));
+    const bool kept = expected.contains("Foo Folder");
     QCOMPARE(c->arguments().contains("wrapperPath"), kept);
     QCOMPARE(capture.messages().contains("wrapper = " + fixture.path(wrapper)), kept);
 }
@@ -516,11 +499,6 @@ void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
     QVERIFY(QDir(fixture.applications)
                 .entryList(QDir::Files | QDir::Hidden)
                 .isEmpty()); // the probe is gone
-    QVERIFY(!c.canWriteToDirectory(fixture.path("missing")));
-    writeFile(fixture.path("f"), "x");
-    QVERIFY(c.canWriteToFile(fixture.path("f")));
-    QVERIFY(!c.canWriteToFile(fixture.path("missing")));
-    QVERIFY(!c.canWriteToFileOrDirectory(fixture.path("missing")));
     // /proc/1 exists and is not writable even for root.
     QVERIFY(!c.canWriteToPath("/proc/1/Name.app"));
     capture.restore();

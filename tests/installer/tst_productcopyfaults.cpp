@@ -85,15 +85,25 @@ class TestProductCopyFaults : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void init() { QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively(); }
-    void destinationFillsDuringCopy();
-    void readOnlyDestination();
+    void destinationRefusesWrites_data();
+    void destinationRefusesWrites();
     void sourceRemovedDuringCopy();
     void killedAtAnyMoment_data();
     void killedAtAnyMoment();
 };
 
-void TestProductCopyFaults::destinationFillsDuringCopy()
+void TestProductCopyFaults::destinationRefusesWrites_data()
 {
+    QTest::addColumn<bool>("readOnly");
+    QTest::addColumn<int>("files"); // of 64 KiB, on a 1 MiB volume
+    QTest::newRow("fills up during the copy") << false << 40;
+    QTest::newRow("read-only") << true << 3;
+}
+
+void TestProductCopyFaults::destinationRefusesWrites()
+{
+    QFETCH(bool, readOnly);
+    QFETCH(int, files);
     QTemporaryDir dir;
     const QString volume = dir.path() + "/small";
     if (!mountTmpfs(volume, "size=1m"))
@@ -101,31 +111,16 @@ void TestProductCopyFaults::destinationFillsDuringCopy()
     const auto unmount
         = qScopeGuard([&] { ::umount2(QFile::encodeName(volume).constData(), MNT_DETACH); });
     const QString destination = volume + "/Foo.app";
-    const Bundles b
-        = prepare(dir.path() + "/Foo.app", destination, 40, 64 * 1024); // 2.5 MB: does not fit
+    const Bundles b = prepare(dir.path() + "/Foo.app", destination, files, 64 * 1024);
+    if (readOnly)
+        QCOMPARE(::mount("tmpfs", QFile::encodeName(volume).constData(), "tmpfs",
+                     MS_REMOUNT | MS_RDONLY, nullptr),
+            0);
     QCOMPARE(ProductCopy::installProductCopy(dir.path() + "/Foo.app", destination, QString()),
         int(ProductCopy::CopyFailed));
     QCOMPARE(tree(destination), b.oldTree);
     QCOMPARE(QDir(volume).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
         QStringList { "Foo.app" });
-}
-
-void TestProductCopyFaults::readOnlyDestination()
-{
-    QTemporaryDir dir;
-    const QString volume = dir.path() + "/ro";
-    if (!mountTmpfs(volume, "size=4m"))
-        QSKIP("mounting a tmpfs needs root");
-    const auto unmount
-        = qScopeGuard([&] { ::umount2(QFile::encodeName(volume).constData(), MNT_DETACH); });
-    const QString destination = volume + "/Foo.app";
-    const Bundles b = prepare(dir.path() + "/Foo.app", destination, 3, 1024);
-    QVERIFY(::mount("tmpfs", QFile::encodeName(volume).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY,
-                nullptr)
-        == 0);
-    QCOMPARE(ProductCopy::installProductCopy(dir.path() + "/Foo.app", destination, QString()),
-        int(ProductCopy::CopyFailed));
-    QCOMPARE(tree(destination), b.oldTree);
 }
 
 void TestProductCopyFaults::sourceRemovedDuringCopy()
@@ -151,7 +146,7 @@ void TestProductCopyFaults::sourceRemovedDuringCopy()
 void TestProductCopyFaults::killedAtAnyMoment_data()
 {
     QTest::addColumn<int>("delayMs");
-    for (int delay : { 0, 2, 5, 10, 20, 40, 80, 160, 400 })
+    for (int delay : { 0, 5, 20, 80, 400 })
         QTest::addRow("after %d ms", delay) << delay;
 }
 
@@ -173,7 +168,8 @@ void TestProductCopyFaults::killedAtAnyMoment()
     QVERIFY2(now == b.oldTree || now == b.newTree,
         "the destination holds neither the old nor the complete new bundle");
     QVERIFY(oldCopyKept(destination, b));
-    // The next run finishes the job and keeps the old copy in the Trash.
+    // The next run finishes the job and keeps the old copy (also one left at
+    // the staging name) in the Trash.
     QCOMPARE(
         ProductCopy::installProductCopy(source, destination, QString()), int(ProductCopy::Copied));
     QCOMPARE(tree(destination), b.newTree);
