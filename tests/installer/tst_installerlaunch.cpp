@@ -134,10 +134,12 @@ void TestInstallerLaunch::productLaunchLogsToFile()
 
 void TestInstallerLaunch::directInvocationKeepsItsStreams_data()
 {
+    // clang-format off
     QTest::addColumn<QStringList>("args");
     QTest::newRow("two arguments") << QStringList { "-productName" };
     QTest::newRow("languages first")
         << QStringList { "-AppleLanguages", "(de)", "-productName", "Foo" };
+    // clang-format on
 }
 
 void TestInstallerLaunch::directInvocationKeepsItsStreams()
@@ -179,16 +181,15 @@ void TestInstallerLaunch::unopenableLogFileGoesToDevNull()
 
 void TestInstallerLaunch::doneEvent_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("label"); // of the installation under way
     QTest::addColumn<QString>("sent");
     QTest::addColumn<bool>("completes");
-    QTest::newRow("label matches") << "Foo 2.1"
-                                   << "Foo 2.1" << true;
-    QTest::newRow("case differs") << "Foo 2.1"
-                                  << "foo 2.1" << false;
-    QTest::newRow("spacing differs") << "Foo 2.1"
-                                     << "Foo  2.1" << false;
+    QTest::newRow("label matches") << "Foo 2.1" << "Foo 2.1" << true;
+    QTest::newRow("case differs") << "Foo 2.1" << "foo 2.1" << false;
+    QTest::newRow("spacing differs") << "Foo 2.1" << "Foo  2.1" << false;
     QTest::newRow("before any installation") << QString() << "Foo 2.1" << false;
+    // clang-format on
 }
 
 void TestInstallerLaunch::doneEvent()

@@ -241,6 +241,7 @@ void TestInstallerRun::launchThatNeverOpensIsStillSuccess()
 
 void TestInstallerRun::completionQuit_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("value");
     QTest::addColumn<bool>("success");
     QTest::addColumn<QString>("logged");
@@ -248,10 +249,11 @@ void TestInstallerRun::completionQuit_data()
     QTest::newRow("after success") << "0.5" << true << "quit delay: 0.5" << true;
     QTest::newRow("after failure") << "0.5" << false << "quit delay: 0.5" << true;
     QTest::newRow("unit after the number") << "0.5s" << true << "quit delay: 0.5" << true;
-    QTest::newRow("decimal comma: its leading number")
-        << "1,5" << true << "quit delay: 1.0" << true;
+    QTest::newRow("decimal comma: its leading number") << "1,5" << true << "quit delay: 1.0"
+        << true;
     QTest::newRow("zero stays open") << "0" << true << "quit delay: 0.0" << false;
     QTest::newRow("no number stays open") << "abc" << true << "quit delay: 0.0" << false;
+    // clang-format on
 }
 
 void TestInstallerRun::completionQuit()
@@ -307,19 +309,17 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
 
 void TestInstallerRun::privilegedPathThroughStandInElevation_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("standIn");
     QTest::addColumn<QString>("result");
     QTest::addColumn<QString>("logLine");
     // The stand-ins take the password dialog's place and nothing else: the
     // first runs the real helper as root, as pkexec would after a password.
     QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString()
-                                << "successfully copied";
-    QTest::newRow("dialog dismissed") << "exit 126"
-                                      << ""
-                                      << "User canceled authorization";
-    QTest::newRow("helper fails") << "exit 3"
-                                  << "Foo could not be installed"
-                                  << "WEXITSTATUS";
+        << "successfully copied";
+    QTest::newRow("dialog dismissed") << "exit 126" << "" << "User canceled authorization";
+    QTest::newRow("helper fails") << "exit 3" << "Foo could not be installed" << "WEXITSTATUS";
+    // clang-format on
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation()

@@ -126,14 +126,16 @@ void TestInstallerSetup::completesArgumentsFromBundle()
 
 void TestInstallerSetup::interfaceFile_data()
 {
+    // clang-format off
     // What the bundle's interface file becomes: its window as it stands.
     QTest::addColumn<QByteArray>("from");
     QTest::addColumn<QByteArray>("to");
     QTest::addColumn<QString>("title"); // null: not loaded
     QTest::newRow("as built") << QByteArray() << QByteArray() << "Foo Installer";
-    QTest::newRow("edited in the bundle")
-        << QByteArray("%@ Installer") << QByteArray("%@ Setup") << "Foo Setup";
+    QTest::newRow("edited in the bundle") << QByteArray("%@ Installer") << QByteArray("%@ Setup")
+        << "Foo Setup";
     QTest::newRow("broken") << QByteArray("</ui>") << QByteArray() << QString();
+    // clang-format on
 }
 
 void TestInstallerSetup::interfaceFile()
@@ -169,31 +171,24 @@ void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
 
 void TestInstallerSetup::destination_data()
 {
+    // clang-format off
     // Paths relative to the test's folder; the source is Volumes/Foo/Foo.app.
     QTest::addColumn<QString>("given"); // -destinationPath
     QTest::addColumn<QString>("wrapper"); // -wrapperPath
     QTest::addColumn<QString>("expected");
-    QTest::newRow("existing folder kept") << "Other/Foo Pro.app"
-                                          << ""
-                                          << "Other/Foo Pro.app";
-    QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app"
-                                               << ""
-                                               << "Applications/Foo.app";
-    QTest::newRow("parent is a file falls back") << "afile/Foo.app"
-                                                 << ""
-                                                 << "Applications/Foo.app";
-    QTest::newRow("wrapper moves the destination") << ""
-                                                   << "Volumes/Foo/Foo Folder"
-                                                   << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("existing folder kept") << "Other/Foo Pro.app" << "" << "Other/Foo Pro.app";
+    QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app" << ""
+        << "Applications/Foo.app";
+    QTest::newRow("parent is a file falls back") << "afile/Foo.app" << "" << "Applications/Foo.app";
+    QTest::newRow("wrapper moves the destination") << "" << "Volumes/Foo/Foo Folder"
+        << "Applications/Foo Folder/Foo.app";
     QTest::newRow("already inside the wrapper") << "Applications/Foo Folder/Foo.app"
-                                                << "Volumes/Foo/Foo Folder"
-                                                << "Applications/Foo Folder/Foo.app";
-    QTest::newRow("wrapper outside the source folder dropped") << ""
-                                                               << "Elsewhere/Foo Folder"
-                                                               << "Applications/Foo.app";
-    QTest::newRow("missing wrapper dropped") << ""
-                                             << "Volumes/Foo/Nothing"
-                                             << "Applications/Foo.app";
+        << "Volumes/Foo/Foo Folder" << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("wrapper outside the source folder dropped") << "" << "Elsewhere/Foo Folder"
+        << "Applications/Foo.app";
+    QTest::newRow("missing wrapper dropped") << "" << "Volumes/Foo/Nothing"
+        << "Applications/Foo.app";
+    // clang-format on
 }
 
 void TestInstallerSetup::destination()
@@ -223,20 +218,16 @@ void TestInstallerSetup::destination()
 
 void TestInstallerSetup::setupErrors_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("case_");
     QTest::addColumn<QString>("message");
-    QTest::newRow("installer outside any bundle") << "outside"
-                                                  << "missing source path";
-    QTest::newRow("source is the root folder") << "root"
-                                               << "missing program name";
-    QTest::newRow("no signature") << "nosig"
-                                  << "missing product signature";
-    QTest::newRow("source is a plain file") << "file"
-                                            << "missing product signature";
-    QTest::newRow("binary Info.plist") << "binary"
-                                       << "missing product signature";
-    QTest::newRow("malformed Info.plist") << "malformed"
-                                          << "missing product signature";
+    QTest::newRow("installer outside any bundle") << "outside" << "missing source path";
+    QTest::newRow("source is the root folder") << "root" << "missing program name";
+    QTest::newRow("no signature") << "nosig" << "missing product signature";
+    QTest::newRow("source is a plain file") << "file" << "missing product signature";
+    QTest::newRow("binary Info.plist") << "binary" << "missing product signature";
+    QTest::newRow("malformed Info.plist") << "malformed" << "missing product signature";
+    // clang-format on
 }
 
 void TestInstallerSetup::setupErrors()
@@ -286,14 +277,16 @@ void TestInstallerSetup::setupErrors()
 
 void TestInstallerSetup::helpButtonVisibility_data()
 {
+    // clang-format off
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<bool>("visible");
     QTest::newRow("none") << QStringList {} << false;
     QTest::newRow("URL") << QStringList { "-documentationURL", "https://example.org/help" } << true;
     QTest::newRow("existing file") << QStringList { "-documentationPath", "@doc" } << true;
-    QTest::newRow("missing file hides even with a URL") << QStringList { "-documentationPath",
-        "@missing", "-documentationURL", "https://example.org" }
-                                                        << false;
+    QTest::newRow("missing file hides even with a URL")
+        << QStringList { "-documentationPath", "@missing", "-documentationURL", "https://example.org" }
+        << false;
+    // clang-format on
 }
 
 void TestInstallerSetup::helpButtonVisibility()
@@ -312,30 +305,25 @@ void TestInstallerSetup::helpButtonVisibility()
 
 void TestInstallerSetup::readMeFallbacks_data()
 {
+    // clang-format off
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("suffix");
     QTest::addColumn<QString>("shown");
     QTest::newRow("plain text") << QByteArray("Read me first.\nSecond line.") << "txt"
-                                << "Read me first.\nSecond line.";
+        << "Read me first.\nSecond line.";
     QTest::newRow("markdown") << QByteArray("# Title\n\nSome *text*.") << "md"
-                              << "Title\nSome text.";
+        << "Title\nSome text.";
     QTest::newRow("html") << QByteArray("<html><body><p>Hello <b>there</b></p></body></html>")
-                          << "html"
-                          << "Hello there";
-    QTest::newRow("rtf by content, any name")
-        << QByteArray("{\\rtf1\\ansi Hello\\par World}") << "txt"
-        << "Hello\nWorld";
-    QTest::newRow("empty") << QByteArray() << "rtf"
-                           << "";
-    QTest::newRow("binary") << QByteArray("\x7f"
-                                          "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0",
-        16) << "rtf"
-                            << "";
-    QTest::newRow("huge") << QByteArray(50 * 1024 * 1024, 'x') << "txt"
-                          << "";
-    QTest::newRow("Latin-1 text") << QByteArray("Gr\xfc\xdf"
-                                                "e")
-                                  << "txt" << QString::fromUtf8("Grüße");
+        << "html" << "Hello there";
+    QTest::newRow("rtf by content, any name") << QByteArray("{\\rtf1\\ansi Hello\\par World}")
+        << "txt" << "Hello\nWorld";
+    QTest::newRow("empty") << QByteArray() << "rtf" << "";
+    QTest::newRow("binary") << QByteArray("\x7f" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0", 16) << "rtf"
+        << "";
+    QTest::newRow("huge") << QByteArray(50 * 1024 * 1024, 'x') << "txt" << "";
+    QTest::newRow("Latin-1 text") << QByteArray("Gr\xfc\xdf" "e") << "txt"
+        << QString::fromUtf8("Grüße");
+    // clang-format on
 }
 
 void TestInstallerSetup::readMeFallbacks()
@@ -388,6 +376,7 @@ QByteArray picture(const QString &name, QColor colour)
 
 void TestInstallerSetup::icon_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("resource"); // in Contents/Resources, named by CFBundleIconFile "Foo"
     QTest::addColumn<QByteArray>("content"); // empty: a red picture
     QTest::addColumn<QString>("given"); // -iconPath, a red PNG when it exists
@@ -397,8 +386,9 @@ void TestInstallerSetup::icon_data()
     QTest::newRow("icns, PNG frame that fits") << "Foo.icns" << QByteArray() << "" << true;
     QTest::newRow("bundle PNG without extension") << "Foo.png" << QByteArray() << "" << true;
     QTest::newRow("bundle SVG without extension") << "Foo.svg" << QByteArray() << "" << true;
-    QTest::newRow("corrupt icns, missing given file")
-        << "Foo.icns" << corrupt << "missing.png" << false;
+    QTest::newRow("corrupt icns, missing given file") << "Foo.icns" << corrupt << "missing.png"
+        << false;
+    // clang-format on
 }
 
 void TestInstallerSetup::icon()
@@ -507,6 +497,7 @@ void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
 
 void TestInstallerSetup::loginItems_data()
 {
+    // clang-format off
     // Autostart entries of the same file name in the user's folder and in a
     // system folder; @ stands for the test's folder. The expected
     // destination is relative to it.
@@ -515,25 +506,20 @@ void TestInstallerSetup::loginItems_data()
     QTest::addColumn<QString>("expected");
     const QString exec = "[Desktop Entry]\nType=Application\nName=Foo\nExec=";
     QTest::newRow("quoted program path with a blank")
-        << exec + "\"@/Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n"
-        << ""
+        << exec + "\"@/Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n" << ""
         << "Foo Folder/Foo.app";
     QTest::newRow("system folder entry") << "" << exec + "@/Other/Foo.app/Contents/Linux/Foo\n"
-                                         << "Other/Foo.app";
+        << "Other/Foo.app";
     QTest::newRow("switched off in GNOME")
-        << exec + "@/Other/Foo.app/Contents/Linux/Foo\nX-GNOME-Autostart-enabled=false\n"
-        << ""
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\nX-GNOME-Autostart-enabled=false\n" << ""
         << "Applications/Foo.app";
-    QTest::newRow("hidden user entry masks the system one")
-        << "[Desktop Entry]\nHidden=true\n"
-        << exec + "@/Other/Foo.app/Contents/Linux/Foo\n"
+    QTest::newRow("hidden user entry masks the system one") << "[Desktop Entry]\nHidden=true\n"
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\n" << "Applications/Foo.app";
+    QTest::newRow("program gone") << exec + "@/Gone/Foo.app/Contents/Linux/Foo\n" << ""
         << "Applications/Foo.app";
-    QTest::newRow("program gone") << exec + "@/Gone/Foo.app/Contents/Linux/Foo\n"
-                                  << ""
-                                  << "Applications/Foo.app";
-    QTest::newRow("not a desktop entry") << "Exec=@/Other/Foo.app/Contents/Linux/Foo\n"
-                                         << ""
-                                         << "Applications/Foo.app";
+    QTest::newRow("not a desktop entry") << "Exec=@/Other/Foo.app/Contents/Linux/Foo\n" << ""
+        << "Applications/Foo.app";
+    // clang-format on
 }
 
 void TestInstallerSetup::loginItems()
@@ -569,18 +555,15 @@ void TestInstallerSetup::loginItems()
 
 void TestInstallerSetup::localizedPath_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("home") << "@home"
-                          << "~";
-    QTest::newRow("in home") << "@home/Applications/Foo.app"
-                             << "~/Applications/Foo.app";
-    QTest::newRow("root") << "/"
-                          << "/";
-    QTest::newRow("system") << "/opt/Foo.app"
-                            << "/opt/Foo.app";
-    QTest::newRow("home prefix but other user") << "@home2/x"
-                                                << "@home2/x";
+    QTest::newRow("home") << "@home" << "~";
+    QTest::newRow("in home") << "@home/Applications/Foo.app" << "~/Applications/Foo.app";
+    QTest::newRow("root") << "/" << "/";
+    QTest::newRow("system") << "/opt/Foo.app" << "/opt/Foo.app";
+    QTest::newRow("home prefix but other user") << "@home2/x" << "@home2/x";
+    // clang-format on
 }
 
 void TestInstallerSetup::localizedPath()

@@ -121,13 +121,13 @@ void TestInstallerWindow::showsReadMePageFromRtf()
 
 void TestInstallerWindow::systemVersionGate_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("minimum");
     QTest::addColumn<QString>("button"); // empty: no sheet
-    QTest::newRow("too old, Quit") << "999.0"
-                                   << "Quit";
-    QTest::newRow("too old, Visit Archive") << "999.0"
-                                            << "Visit Archive";
+    QTest::newRow("too old, Quit") << "999.0" << "Quit";
+    QTest::newRow("too old, Visit Archive") << "999.0" << "Visit Archive";
     QTest::newRow("equal to the minimum") << VXUtilities::systemVersionString() << "";
+    // clang-format on
 }
 
 void TestInstallerWindow::systemVersionGate()

@@ -21,6 +21,7 @@ private Q_SLOTS:
 
 void TestVXFormat::formats_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("format");
     QTest::addColumn<QVariantList>("args");
     QTest::addColumn<QString>("expected");
@@ -47,6 +48,7 @@ void TestVXFormat::formats_data()
     QTest::newRow("width from argument") << "[%*d]" << QVariantList { 4, 7 } << "[   7]";
     QTest::newRow("non-ASCII kept")
         << "%@ – ok" << QVariantList { QStringLiteral("Größe") } << "Größe – ok";
+    // clang-format on
 }
 
 void TestVXFormat::formats()
@@ -59,6 +61,7 @@ void TestVXFormat::formats()
 
 void TestVXFormat::descriptions_data()
 {
+    // clang-format off
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("expected");
     QTest::newRow("list") << QVariant(QStringList {
@@ -76,6 +79,7 @@ void TestVXFormat::descriptions_data()
         << QVariant(QStringList { QStringLiteral("say \"hi\"\n"), QStringLiteral("é") })
         << "(\n    \"say \\\"hi\\\"\\n\",\n    \"\\U00e9\"\n)";
     QTest::newRow("invalid") << QVariant() << "(null)";
+    // clang-format on
 }
 
 void TestVXFormat::descriptions()
