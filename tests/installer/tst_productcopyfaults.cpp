@@ -88,6 +88,7 @@ private Q_SLOTS:
     void destinationRefusesWrites_data();
     void destinationRefusesWrites();
     void sourceRemovedDuringCopy();
+    void staleStagingCopyGoesToTrash();
     void killedAtAnyMoment_data();
     void killedAtAnyMoment();
 };
@@ -143,6 +144,22 @@ void TestProductCopyFaults::sourceRemovedDuringCopy()
     QVERIFY(oldCopyKept(destination, b));
 }
 
+void TestProductCopyFaults::staleStagingCopyGoesToTrash()
+{
+    // A run killed after the exchange leaves the old copy at the staging
+    // name: the next run keeps it, in the Trash, under its own name.
+    QTemporaryDir dir;
+    const QString source = dir.path() + "/Volume/Foo.app";
+    const QString destination = dir.path() + "/Applications/Foo.app";
+    const QString stale = dir.path() + "/Applications/.Foo.app.quillet-999999";
+    const Bundles b = prepare(source, stale, 3, 1024);
+    QCOMPARE(
+        ProductCopy::installProductCopy(source, destination, QString()), int(ProductCopy::Copied));
+    QVERIFY(!QFile::exists(stale));
+    QCOMPARE(tree(QDir::homePath() + "/.local/share/Trash/files/Foo.app"), b.oldTree);
+    QCOMPARE(tree(destination), b.newTree);
+}
+
 void TestProductCopyFaults::killedAtAnyMoment_data()
 {
     QTest::addColumn<int>("delayMs");
@@ -168,8 +185,7 @@ void TestProductCopyFaults::killedAtAnyMoment()
     QVERIFY2(now == b.oldTree || now == b.newTree,
         "the destination holds neither the old nor the complete new bundle");
     QVERIFY(oldCopyKept(destination, b));
-    // The next run finishes the job and keeps the old copy (also one left at
-    // the staging name) in the Trash.
+    // The next run finishes the job and keeps the old copy in the Trash.
     QCOMPARE(
         ProductCopy::installProductCopy(source, destination, QString()), int(ProductCopy::Copied));
     QCOMPARE(tree(destination), b.newTree);
