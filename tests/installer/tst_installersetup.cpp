@@ -6,6 +6,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QBuffer>
+#include <QDataStream>
 #include <QLabel>
 #include <QPushButton>
 #include <QScopeGuard>
@@ -343,34 +344,33 @@ void TestInstallerSetup::readMeFallbacks()
 }
 
 namespace {
-// A 32-pixel square of one colour in the format the name's suffix gives;
-// an icns file holds it as its 128-pixel PNG frame after a blue 16-pixel one.
-QByteArray picture(const QString &name, QColor colour)
+// A square of one colour in the format the name's suffix gives; an icns file
+// holds it as its 128-pixel PNG frame after a blue 16-pixel one.
+QByteArray picture(const QString &name, QColor colour, int edge = 32)
 {
-    auto png = [](int edge, QColor c) {
-        QImage image(edge, edge, QImage::Format_ARGB32);
-        image.fill(c);
-        QByteArray bytes;
-        QBuffer buffer(&bytes);
-        buffer.open(QIODevice::WriteOnly);
-        image.save(&buffer, "PNG");
-        return bytes;
-    };
-    auto be32 = [](quint32 v) {
-        const char b[4] = { char(v >> 24), char(v >> 16), char(v >> 8), char(v) };
-        return QByteArray(b, 4);
-    };
     if (name.endsWith(".svg"))
         return "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'><rect width='32' "
                "height='32' fill='"
             + colour.name().toLatin1() + "'/></svg>";
-    if (!name.endsWith(".icns"))
-        return png(32, colour);
-    QByteArray frames;
-    for (const auto &[type, data] :
-        { std::pair { "icp4", png(16, Qt::blue) }, std::pair { "ic07", png(128, colour) } })
-        frames += type + be32(8 + data.size()) + data;
-    return "icns" + be32(8 + frames.size()) + frames;
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!name.endsWith(".icns")) {
+        QImage image(edge, edge, QImage::Format_ARGB32);
+        image.fill(colour);
+        image.save(&buffer, "PNG");
+        return bytes;
+    }
+    QDataStream icns(&buffer); // big-endian
+    const QByteArray small = picture("s.png", Qt::blue, 16), large = picture("l.png", colour, 128);
+    icns.writeRawData("icns", 4);
+    icns << quint32(8 + 8 + small.size() + 8 + large.size());
+    for (const auto &[type, data] : { std::pair { "icp4", small }, std::pair { "ic07", large } }) {
+        icns.writeRawData(type, 4);
+        icns << quint32(8 + data.size());
+        icns.writeRawData(data.constData(), int(data.size()));
+    }
+    return bytes;
 }
 } // namespace
 
