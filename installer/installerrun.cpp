@@ -3,9 +3,9 @@
 //
 // The installation run: the buttons, the background thread, the final
 // message, the completion sound and the delayed quit.
-#include "appearance/soundextensions.h"
 #include "extensions/stringextensions.h"
 #include "installerwincontroller.h"
+#include "utilities/vxbundle.h"
 #include "utilities/vxlocalization.h"
 #include "utilities/vxlog.h"
 #include "utilities/vxuserdefaults.h"
@@ -15,9 +15,9 @@
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLibrary>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSoundEffect>
 #include <QTabWidget>
 #include <QTimer>
 #include <QUrl>
@@ -154,11 +154,17 @@ void InstallerWinController::playDoneSound()
 {
     if (argument(QStringLiteral("completionSound")) != QLatin1String("YES"))
         return;
-    QSoundEffect *sound = SoundExtensions::soundNamed(QStringLiteral("Done"));
-    if (!sound)
+    // The sound module of the bundle (donesound.cpp), loaded on first use and
+    // kept for the life of the process.
+    const QString bundle = VXBundle::mainBundle().bundlePath();
+    static QLibrary module(bundle + QLatin1String("/Contents/PlugIns/libquilletsound.so"));
+    using Play = void (*)(const char *mainBundlePath);
+    const auto play = reinterpret_cast<Play>(module.resolve("quilletPlayDoneSound"));
+    if (!play) {
+        vxLog(QStringLiteral("cannot play the completion sound: %@"), module.errorString());
         return;
-    SoundExtensions::setVolume(sound, SoundExtensions::alertVolume());
-    SoundExtensions::playAsSoundEffect(sound);
+    }
+    play(QFile::encodeName(bundle).constData());
 }
 
 void InstallerWinController::openDocumentation()

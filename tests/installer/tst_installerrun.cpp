@@ -94,8 +94,9 @@ void TestInstallerRun::init()
 void TestInstallerRun::cleanup()
 {
     VXProcessPlatform::setSignalSender({});
-    // Products launched by a test that failed half-way would outlive it.
-    killProcessesUnder(QDir::tempPath() + "/tst_installerrun-");
+    // Products launched by a test that failed half-way would outlive it;
+    // only this run's, never those of another run on the machine.
+    killProcessesUnder(ProductFixture::rootPrefix());
 }
 
 void TestInstallerRun::freshInstall()
