@@ -29,9 +29,20 @@
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
-// Gives the fixture's product a real program: the cooperative test helper.
+// The products' creator code in this run: the installer quits every running
+// process that carries it, so runs of this test elsewhere on the machine
+// must not share it.
+QString runSignature()
+{
+    return QStringLiteral("Q%1").arg(QCoreApplication::applicationPid() % 46656, 3, 36, QChar('0'));
+}
+
+// Gives the fixture's product a real program (the cooperative test helper)
+// and this run's creator code.
 void makeRunnable(ProductFixture &fixture, const QString &marker = QString())
 {
+    fixture.info.insert(QStringLiteral("CFBundleSignature"), runSignature());
+    fixture.writeInfo();
     const QString program = fixture.product + "/Contents/Linux/Foo";
     QDir().mkpath(QFileInfo(program).path());
     QFile::remove(program);
@@ -299,7 +310,8 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
     const QStringList log = run.messages();
     QVERIFY(log.contains("Foo did not quit; will retry"));
     QVERIFY(log.contains("Foo refused to quit; installation cancelled"));
-    QCOMPARE(log.filter("Quitting 'WXYZ': Foo").size(), 4); // the first attempt and three retries
+    QCOMPARE(log.filter("Quitting '" + runSignature() + "': Foo").size(),
+        4); // the first attempt and three retries
     QVERIFY(!QFile::exists(fixture.applications + "/Foo.app")); // nothing copied
     QVERIFY(run.controller.cancelButton()->isEnabled());
     QVERIFY(run.controller.messageField()->isHidden()); // the failure shows as re-enabled buttons
