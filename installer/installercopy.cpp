@@ -26,19 +26,15 @@ constexpr int kToolExecuteFailure = -60031; // errAuthorizationToolExecuteFailur
 
 QString g_helperPath;
 
-// Whether Alt (the Option key) is held now; asked on the main thread.
-bool optionKeyHeld()
+// Whether Alt (the Option key) is held: asked of the keyboard on the main
+// thread; the installation thread reads what the main thread recorded when
+// the run started, and never waits for it.
+bool optionKeyHeld(const std::atomic<bool> &heldAtRunStart)
 {
-    bool held = false;
-    QCoreApplication *app = QCoreApplication::instance();
-    if (!app)
-        return false;
-    auto ask = [&held] { held = QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier; };
-    if (QThread::currentThread() == app->thread())
-        ask();
-    else
-        QMetaObject::invokeMethod(app, ask, Qt::BlockingQueuedConnection);
-    return held;
+    const QCoreApplication *app = QCoreApplication::instance();
+    if (app && QThread::currentThread() == app->thread())
+        return QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier;
+    return heldAtRunStart.load();
 }
 
 // The helper to run: the one installed with the system (root's, in
@@ -112,6 +108,11 @@ int runPrivilegedTool(const QString &tool, const QStringList &arguments, const Q
 }
 } // namespace
 
+void InstallerWinController::recordOptionKey()
+{
+    m_optionKeyAtRunStart = bool(QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier);
+}
+
 void InstallerWinController::setHelperPath(const QString &path)
 {
     g_helperPath = path;
@@ -128,7 +129,7 @@ QString InstallerWinController::installMyselfInDestination()
             m_arguments.value(QStringLiteral("version"))));
 
     bool privileged = !writable;
-    if (m_forcePrivileged || optionKeyHeld()) {
+    if (m_forcePrivileged || optionKeyHeld(m_optionKeyAtRunStart)) {
         vxLog(QStringLiteral("enforcing authorization"));
         privileged = true;
     }

@@ -14,10 +14,11 @@
 #include <QMap>
 #include <QProcessEnvironment>
 #include <QRandomGenerator>
-#include <QSettings>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <cstdlib>
 #include <fcntl.h>
+#include <glib.h>
 #include <unistd.h>
 
 namespace {
@@ -30,36 +31,53 @@ QString userApplicationsFolder()
                                         : g_userApplications;
 }
 
-// The first word of a desktop entry's Exec value, with the quoting rules of
-// the Desktop Entry Specification ("The Exec key").
-QString execProgram(const QString &exec)
+// The program an autostart entry starts, or null when the entry is switched
+// off or its program cannot be found. GLib reads the file (string escapes of
+// the Desktop Entry Specification) and splits Exec as a shell would, which is
+// how "The Exec key" quotes arguments; a literal '%' is written "%%".
+QString autostartProgram(const QString &file)
 {
-    QString program;
-    bool quoted = false;
-    for (qsizetype i = 0; i < exec.size(); ++i) {
-        const QChar c = exec.at(i);
-        if (quoted) {
-            if (c == QLatin1Char('\\') && i + 1 < exec.size()) {
-                program += exec.at(++i);
-            } else if (c == QLatin1Char('"')) {
-                quoted = false;
-            } else {
-                program += c;
-            }
-        } else if (c == QLatin1Char('"')) {
-            quoted = true;
-        } else if (c.isSpace()) {
-            if (!program.isEmpty())
-                break;
-        } else {
-            program += c;
-        }
-    }
+    GKeyFile *entry = g_key_file_new();
+    const auto release = qScopeGuard([entry] { g_key_file_free(entry); });
+    if (!g_key_file_load_from_file(
+            entry, QFile::encodeName(file).constData(), G_KEY_FILE_NONE, nullptr))
+        return QString();
+    const char *group = G_KEY_FILE_DESKTOP_GROUP;
+    auto isTrue = [&](const char *key) {
+        return g_key_file_get_boolean(entry, group, key, nullptr) == TRUE;
+    };
+    auto isFalse = [&](const char *key) {
+        GError *error = nullptr;
+        const gboolean on = g_key_file_get_boolean(entry, group, key, &error);
+        if (error)
+            g_error_free(error);
+        return !error && !on;
+    };
+    // GNOME's switch in its autostart settings keeps the file and writes this.
+    if (isTrue(G_KEY_FILE_DESKTOP_KEY_HIDDEN) || isFalse("X-GNOME-Autostart-enabled"))
+        return QString();
+    gchar *exec = g_key_file_get_string(entry, group, G_KEY_FILE_DESKTOP_KEY_EXEC, nullptr);
+    if (!exec)
+        return QString();
+    gchar **argv = nullptr;
+    const bool split = g_shell_parse_argv(exec, nullptr, &argv, nullptr) && argv && argv[0];
+    QString program = split ? QString::fromUtf8(argv[0]) : QString();
+    g_strfreev(argv);
+    g_free(exec);
+    program.replace(QLatin1String("%%"), QLatin1String("%"));
+    if (program.isEmpty())
+        return QString();
+    if (!program.contains(QLatin1Char('/')))
+        program = QStandardPaths::findExecutable(program);
+    // Items that no longer resolve are skipped.
+    if (program.isEmpty() || !QFileInfo(program).isFile())
+        return QString();
     return program;
 }
 
-// XDG autostart entries in effect: a user entry hides a system entry of the
-// same file name; Hidden=true removes an entry.
+// XDG autostart entries in effect (XDG Autostart Specification): an entry
+// in a more important folder hides the entries of the same file name in the
+// others, also when it is itself switched off.
 QStringList loginItemPaths()
 {
     QStringList folders;
@@ -83,13 +101,9 @@ QStringList loginItemPaths()
     }
     QStringList paths;
     for (const QString &file : std::as_const(entries)) {
-        QSettings entry(file, QSettings::IniFormat);
-        entry.beginGroup(QStringLiteral("Desktop Entry"));
-        if (entry.value(QStringLiteral("Hidden")).toString() == QLatin1String("true"))
+        const QString program = autostartProgram(file);
+        if (program.isNull())
             continue;
-        const QString program = execProgram(entry.value(QStringLiteral("Exec")).toString());
-        if (program.isEmpty() || !program.startsWith(QLatin1Char('/')))
-            continue; // does not resolve to a file
         const QString bundle = VXBundle::enclosingBundlePath(program);
         paths << (bundle.isEmpty() ? program : bundle);
     }

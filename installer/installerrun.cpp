@@ -3,8 +3,9 @@
 //
 // The installation run: the buttons, the background thread, the final
 // message, the completion sound and the delayed quit.
-#include "appearance/soundextensions.h"
+#include "extensions/stringextensions.h"
 #include "installerwincontroller.h"
+#include "utilities/vxbundle.h"
 #include "utilities/vxlocalization.h"
 #include "utilities/vxlog.h"
 #include "utilities/vxuserdefaults.h"
@@ -14,9 +15,9 @@
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLibrary>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSoundEffect>
 #include <QTabWidget>
 #include <QTimer>
 #include <QUrl>
@@ -50,6 +51,7 @@ void InstallerWinController::install()
     }
     m_installButton->setEnabled(false);
     m_cancelButton->setEnabled(false);
+    recordOptionKey();
     // Detached: closing the window quits without waiting for the run.
     std::thread([this] { installThread(); }).detach();
 }
@@ -122,13 +124,13 @@ void InstallerWinController::installationFinished(const QString &errorText)
     animateProgress(false);
 
     if (m_arguments.contains(QStringLiteral("completionQuit"))) {
-        bool ok = false;
-        const double delay = argument(QStringLiteral("completionQuit")).trimmed().toDouble(&ok);
-        if (ok) {
-            vxLog(QStringLiteral("quit delay: %1.1f"), delay);
-            if (delay > 0)
-                QTimer::singleShot(qRound64(delay * 1000), this, [this] { terminate(); });
-        }
+        // Read as a float value: the leading number ("2.5s" is 2.5, "3,5" is
+        // 3), 0 when there is none.
+        const double delay
+            = StringExtensions::floatValue(argument(QStringLiteral("completionQuit")));
+        vxLog(QStringLiteral("quit delay: %1.1f"), delay);
+        if (delay > 0)
+            QTimer::singleShot(qRound64(delay * 1000), this, [this] { terminate(); });
     }
     Q_EMIT runFinished(errorText);
 }
@@ -152,11 +154,17 @@ void InstallerWinController::playDoneSound()
 {
     if (argument(QStringLiteral("completionSound")) != QLatin1String("YES"))
         return;
-    QSoundEffect *sound = SoundExtensions::soundNamed(QStringLiteral("Done"));
-    if (!sound)
+    // The sound module of the bundle (donesound.cpp), loaded on first use and
+    // kept for the life of the process.
+    const QString bundle = VXBundle::mainBundle().bundlePath();
+    static QLibrary module(bundle + QLatin1String("/Contents/PlugIns/libquilletsound.so"));
+    using Play = void (*)(const char *mainBundlePath);
+    const auto play = reinterpret_cast<Play>(module.resolve("quilletPlayDoneSound"));
+    if (!play) {
+        vxLog(QStringLiteral("cannot play the completion sound: %@"), module.errorString());
         return;
-    SoundExtensions::setVolume(sound, SoundExtensions::alertVolume());
-    SoundExtensions::playAsSoundEffect(sound);
+    }
+    play(QFile::encodeName(bundle).constData());
 }
 
 void InstallerWinController::openDocumentation()

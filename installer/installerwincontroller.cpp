@@ -6,20 +6,21 @@
 #include "appearance/vxviewextensions.h"
 #include "process/vxappleevents.h"
 #include "readmedocument.h"
+#include "ui_InstallerWindow.h"
 #include "utilities/vxbundle.h"
 #include "utilities/vxfourcharcode.h"
 #include "utilities/vxlocalization.h"
 #include "utilities/vxlog.h"
 #include "utilities/vxutilities.h"
+#include "workspace.h"
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QBuffer>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
-#include <QFileIconProvider>
 #include <QFileInfo>
-#include <QImageReader>
 #include <QLabel>
 #include <QLoggingCategory>
 #include <QMessageBox>
@@ -62,14 +63,13 @@ QString logFilePath()
     return QDir::homePath() + QLatin1String("/Library/Logs/QuilletInstaller.log");
 }
 
-QPixmap loadImage(const QString &path)
+// The icon shows at 64 points; a frame of 128 pixels stays sharp at twice
+// the density.
+QPixmap loadImage(const QString &path, int edge = 128)
 {
     if (path.isEmpty() || !QFileInfo(path).isFile())
         return QPixmap();
-    QImageReader reader(path);
-    reader.setAutoTransform(true);
-    // .icns files hold several sizes; the largest comes first.
-    const QImage image = reader.read();
+    const QImage image = Workspace::readImage(path, edge);
     return image.isNull() ? QPixmap() : QPixmap::fromImage(image);
 }
 } // namespace
@@ -149,11 +149,27 @@ bool InstallerWinController::loadInterface()
         m_interfaceError = file.errorString();
         return false;
     }
-    QUiLoader loader;
-    QWidget *window = loader.load(&file);
-    if (!window) {
-        m_interfaceError = loader.errorString();
-        return false;
+    // The bundle's interface file decides what the window holds. While it is
+    // the file the program was built with, the compiled form builds the same
+    // window without parsing XML or loading Designer's widget plugins (which
+    // bring in QtQuick); any other file is loaded as it stands.
+    const QByteArray contents = file.readAll();
+    QWidget *window = nullptr;
+    initInterfaceResource();
+    QFile built(QStringLiteral(":/InstallerWindow.ui"));
+    if (built.open(QIODevice::ReadOnly) && built.readAll() == contents) {
+        window = new QWidget;
+        Ui::InstallerWindow().setupUi(window);
+    } else {
+        QBuffer buffer;
+        buffer.setData(contents);
+        buffer.open(QIODevice::ReadOnly);
+        QUiLoader loader;
+        window = loader.load(&buffer);
+        if (!window) {
+            m_interfaceError = loader.errorString();
+            return false;
+        }
     }
     m_window = window;
     m_window->setAttribute(Qt::WA_DeleteOnClose, false);
@@ -181,7 +197,11 @@ bool InstallerWinController::loadInterface()
     }
     m_titleFormat = m_window->windowTitle();
     m_introFormat = m_introField->text();
+    // Hidden at start, whatever the interface file says: a set-up error ends
+    // set-up before the steps that would hide them.
     m_progressIndicator->setVisible(false);
+    m_messageField->setVisible(false);
+    m_checkmarkField->setVisible(false);
     connect(m_installButton, &QPushButton::clicked, this, &InstallerWinController::install);
     connect(m_cancelButton, &QPushButton::clicked, this, &InstallerWinController::cancel);
     connect(
@@ -286,8 +306,8 @@ void InstallerWinController::awakeFromNib()
             iconPath = bundle->pathForResource(iconFile);
         icon = loadImage(iconPath);
     }
-    if (icon.isNull() && QFileInfo::exists(sourcePath)) {
-        const QIcon workspaceIcon = QFileIconProvider().icon(QFileInfo(sourcePath));
+    if (icon.isNull()) {
+        const QIcon workspaceIcon = Workspace::iconForFile(sourcePath);
         if (!workspaceIcon.isNull())
             icon = workspaceIcon.pixmap(128, 128);
     }

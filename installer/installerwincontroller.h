@@ -14,6 +14,7 @@ class QTabWidget;
 class QTextEdit;
 class QAbstractButton;
 #include <QWidget>
+#include <atomic>
 
 // The argument dictionary: key to value, a QString, or a QStringList under
 // keys that end in "Code".
@@ -131,6 +132,8 @@ private:
         const QString &productName, const QString &version, const QString &minimum);
     void terminate();
     void bringInstallerToFront();
+    // Main thread, when a run starts: whether Alt is held, for the copy.
+    void recordOptionKey();
 
     Options m_options;
 
@@ -153,6 +156,7 @@ private:
     bool m_argumentsExtracted = false;
     bool m_finished = false;
     bool m_forcePrivileged = false;
+    std::atomic<bool> m_optionKeyAtRunStart { false };
     QString m_titleFormat;
     QString m_introFormat;
     QString m_interfaceError;

@@ -15,6 +15,7 @@
 #include <QProcess>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <glib.h>
 
 namespace {
 QString applicationsFolder()
@@ -35,6 +36,62 @@ QString iconFileOf(const VXBundle &bundle)
             return path;
     }
     return QString();
+}
+
+// Reads an image in the given format only. Left to find the format itself,
+// Qt asks every image plugin, loading each, before its built-in readers.
+QImage readWithoutProbing(QIODevice *device, const QByteArray &format)
+{
+    QImageReader reader(device, format);
+    reader.setAutoDetectImageFormat(false);
+    reader.setAutoTransform(true);
+    return reader.read();
+}
+
+// The PNG frame of an icns file whose edge is the smallest at least `edge`
+// pixels, else the largest; null when there is none (older frame types, JPEG
+// 2000, a damaged file). An icns file is the type "icns" and its length,
+// then frames of a four-character type, a big-endian length that counts
+// the 8-byte frame header, and the data. Read here rather than through Qt's
+// icns plugin, which finds the format of a PNG frame by asking every image
+// plugin in turn: at start-up that loaded all of them (docs/installer.md).
+QImage icnsPngFrame(const QString &path, int edge)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() > 32 * 1024 * 1024)
+        return QImage();
+    const QByteArray data = file.readAll();
+    auto be32 = [&](qsizetype at) {
+        return quint32(quint8(data[at])) << 24 | quint32(quint8(data[at + 1])) << 16
+            | quint32(quint8(data[at + 2])) << 8 | quint32(quint8(data[at + 3]));
+    };
+    static const QByteArray png("\x89PNG\r\n\x1a\n", 8);
+    if (data.size() < 8 || !data.startsWith("icns"))
+        return QImage();
+    QByteArrayView best;
+    quint32 bestEdge = 0;
+    for (qsizetype at = 8; at + 8 <= data.size();) {
+        const quint32 length = be32(at + 4);
+        if (length < 8 || length > quint32(data.size() - at))
+            break;
+        const QByteArrayView frame(data.constData() + at + 8, length - 8);
+        at += length;
+        if (frame.size() < 24 || !frame.startsWith(png))
+            continue;
+        const quint32 width = be32(frame.data() - data.constData() + 16);
+        const bool fits = width >= quint32(edge);
+        const bool bestFits = bestEdge >= quint32(edge);
+        if (best.isNull() || (fits && (!bestFits || width < bestEdge))
+            || (!fits && !bestFits && width > bestEdge)) {
+            best = frame;
+            bestEdge = width;
+        }
+    }
+    if (best.isNull())
+        return QImage();
+    QByteArray bytes(best.data(), best.size());
+    QBuffer buffer(&bytes);
+    return readWithoutProbing(&buffer, "png");
 }
 
 QString entryId(const VXBundle &bundle)
@@ -60,10 +117,10 @@ QByteArray iconPng(const VXBundle &bundle)
     const QString iconFile = iconFileOf(bundle);
     if (iconFile.isEmpty())
         return QByteArray();
-    const QImage image = QImageReader(iconFile).read();
+    constexpr int size = DesktopEntry::kIconSize;
+    const QImage image = Workspace::readImage(iconFile, size);
     if (image.isNull())
         return QByteArray();
-    constexpr int size = DesktopEntry::kIconSize;
     const QImage scaled = image.scaled(size, size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
     QImage square(size, size, QImage::Format_ARGB32);
     square.fill(Qt::transparent);
@@ -81,14 +138,22 @@ QString systemEntryPath(const QString &id)
         + QLatin1String(".desktop");
 }
 
-// The value of X-Quillet-Bundle in an entry file; null when there is none.
+// The value of X-Quillet-Bundle in an entry file, read with GLib's key-file
+// parser; null when there is none.
 QString bundleOfEntry(const QString &entryPath)
 {
-    QFile file(entryPath);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    const auto value = DesktopEntry::value(file.read(1 << 16).toStdString(), "X-Quillet-Bundle");
-    return value ? QString::fromStdString(*value) : QString();
+    GKeyFile *entry = g_key_file_new();
+    QString bundle;
+    if (g_key_file_load_from_file(
+            entry, QFile::encodeName(entryPath).constData(), G_KEY_FILE_NONE, nullptr)) {
+        if (gchar *value
+            = g_key_file_get_string(entry, G_KEY_FILE_DESKTOP_GROUP, "X-Quillet-Bundle", nullptr)) {
+            bundle = QString::fromUtf8(value);
+            g_free(value);
+        }
+    }
+    g_key_file_free(entry);
+    return bundle;
 }
 } // namespace
 
@@ -169,7 +234,7 @@ QIcon Workspace::iconForFile(const QString &path)
     if (const auto bundle = VXBundle::open(path)) {
         const QString file = iconFileOf(*bundle);
         if (!file.isEmpty()) {
-            const QImage image = QImageReader(file).read();
+            const QImage image = readImage(file, 128);
             if (!image.isNull())
                 return QIcon(QPixmap::fromImage(image));
         }
@@ -177,6 +242,25 @@ QIcon Workspace::iconForFile(const QString &path)
     if (!QFileInfo::exists(path))
         return QIcon();
     return QFileIconProvider().icon(QFileInfo(path));
+}
+
+QImage Workspace::readImage(const QString &path, int edge)
+{
+    if (path.endsWith(QLatin1String(".icns"), Qt::CaseInsensitive)) {
+        const QImage frame = icnsPngFrame(path, edge);
+        if (!frame.isNull())
+            return frame;
+    }
+    // By the name's suffix first; a file whose suffix lies is still read.
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QImage();
+    const QImage image = readWithoutProbing(&file, QFileInfo(path).suffix().toLower().toLatin1());
+    if (!image.isNull() || !file.seek(0))
+        return image;
+    QImageReader reader(&file);
+    reader.setAutoTransform(true);
+    return reader.read();
 }
 
 bool Workspace::openFile(const QString &path)

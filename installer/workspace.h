@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QIcon>
+#include <QImage>
 #include <QString>
 
 // What the desktop does with an installed bundle: make it known, show its
@@ -38,6 +39,11 @@ int useSystemRegistration(const QString &bundlePath);
 // The bundle's icon (CFBundleIconFile: .icns, .png, .svg), else the theme's
 // icon for the file's type; a null icon when there is none.
 QIcon iconForFile(const QString &path);
+
+// Reads an image file for showing at about edge pixels. From an Apple icon
+// file (.icns) the PNG frame that fits is decoded directly; anything else
+// goes through Qt's image plugins. A null image when it cannot be read.
+QImage readImage(const QString &path, int edge);
 
 // Opens a file: a bundle by starting its executable detached, anything else
 // with xdg-open. Answers whether it started.

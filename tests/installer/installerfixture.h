@@ -7,6 +7,7 @@
 #include "utilities/vxbundle.h"
 #include "utilities/vxpropertylist.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -43,6 +44,9 @@ public:
                 installer + QLatin1String("/Contents/Resources/") + file);
         QFile::copy(built + QLatin1String("/Contents/Info.plist"),
             installer + QLatin1String("/Contents/Info.plist"));
+        QDir().mkpath(installer + QLatin1String("/Contents/PlugIns"));
+        QFile::copy(built + QLatin1String("/Contents/PlugIns/libquilletsound.so"),
+            installer + QLatin1String("/Contents/PlugIns/libquilletsound.so"));
         VXBundle::setMainBundlePath(installer);
         InstallerWinController::setApplicationsFolders(applications, userApplications);
     }
@@ -55,6 +59,15 @@ public:
     void writeInfo()
     {
         writeFile(product + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
+    }
+
+    // Where this test program's fixtures live: its name and process id, so
+    // that nothing of another run on the machine matches.
+    static QString rootPrefix()
+    {
+        return QDir::tempPath() + QLatin1Char('/') + QCoreApplication::applicationName()
+            + QLatin1Char('-') + QString::number(QCoreApplication::applicationPid())
+            + QLatin1Char('-');
     }
 
     QString path(const QString &relative) const
@@ -76,6 +89,6 @@ public:
     QString volume, product, installer, applications, userApplications;
 
 private:
-    QTemporaryDir m_dir;
+    QTemporaryDir m_dir { rootPrefix() + QLatin1String("XXXXXX") };
     QString m_name;
 };

@@ -21,24 +21,16 @@ private Q_SLOTS:
 
 void TestDesktopEntry::fileIdIsASafeFileName_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("identifier");
     QTest::addColumn<QString>("bundleName");
     QTest::addColumn<QString>("id");
-    QTest::newRow("reverse DNS") << "dev.example.foo"
-                                 << "Foo"
-                                 << "dev.example.foo";
-    QTest::newRow("no identifier") << ""
-                                   << "Foo Bar"
-                                   << "quillet.Foo_Bar";
-    QTest::newRow("slash and dot-dot") << "../../etc/x"
-                                       << "Foo"
-                                       << "_._.._etc_x";
-    QTest::newRow("leading dash") << "-rf"
-                                  << "Foo"
-                                  << "_rf";
-    QTest::newRow("non-ASCII") << "dev.exämple"
-                               << "Foo"
-                               << "dev.ex__mple";
+    QTest::newRow("reverse DNS") << "dev.example.foo" << "Foo" << "dev.example.foo";
+    QTest::newRow("no identifier") << "" << "Foo Bar" << "quillet.Foo_Bar";
+    QTest::newRow("slash and dot-dot") << "../../etc/x" << "Foo" << "_._.._etc_x";
+    QTest::newRow("leading dash") << "-rf" << "Foo" << "_rf";
+    QTest::newRow("non-ASCII") << "dev.exämple" << "Foo" << "dev.ex__mple";
+    // clang-format on
 }
 
 void TestDesktopEntry::fileIdIsASafeFileName()
@@ -55,20 +47,18 @@ void TestDesktopEntry::fileIdIsASafeFileName()
 
 void TestDesktopEntry::valuesSurviveEscaping_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("exec");
-    QTest::newRow("plain") << "/opt/Foo.app"
-                           << "\"/opt/Foo.app/Contents/Linux/Foo\"";
-    QTest::newRow("space") << "/opt/Foo Bar.app"
-                           << "\"/opt/Foo Bar.app/Contents/Linux/Foo\"";
+    QTest::newRow("plain") << "/opt/Foo.app" << "\"/opt/Foo.app/Contents/Linux/Foo\"";
+    QTest::newRow("space") << "/opt/Foo Bar.app" << "\"/opt/Foo Bar.app/Contents/Linux/Foo\"";
     // A field code otherwise.
-    QTest::newRow("percent") << "/opt/100%.app"
-                             << "\"/opt/100%%.app/Contents/Linux/Foo\"";
+    QTest::newRow("percent") << "/opt/100%.app" << "\"/opt/100%%.app/Contents/Linux/Foo\"";
     QTest::newRow("shell characters") << "/opt/$x`y\".app"
-                                      << "\"/opt/\\\\$x\\\\`y\\\\\".app/Contents/Linux/Foo\"";
+        << "\"/opt/\\\\$x\\\\`y\\\\\".app/Contents/Linux/Foo\"";
     // Escaped once for the quotes and once as a string value: four.
-    QTest::newRow("backslash") << "/opt/a\\b.app"
-                               << "\"/opt/a\\\\\\\\b.app/Contents/Linux/Foo\"";
+    QTest::newRow("backslash") << "/opt/a\\b.app" << "\"/opt/a\\\\\\\\b.app/Contents/Linux/Foo\"";
+    // clang-format on
 }
 
 void TestDesktopEntry::valuesSurviveEscaping()

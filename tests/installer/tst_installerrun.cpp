@@ -23,13 +23,26 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <csignal>
+#include <future>
+#include <thread>
 
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
-// Gives the fixture's product a real program: the cooperative test helper.
+// The products' creator code in this run: the installer quits every running
+// process that carries it, so runs of this test elsewhere on the machine
+// must not share it.
+QString runSignature()
+{
+    return QStringLiteral("Q%1").arg(QCoreApplication::applicationPid() % 46656, 3, 36, QChar('0'));
+}
+
+// Gives the fixture's product a real program (the cooperative test helper)
+// and this run's creator code.
 void makeRunnable(ProductFixture &fixture, const QString &marker = QString())
 {
+    fixture.info.insert(QStringLiteral("CFBundleSignature"), runSignature());
+    fixture.writeInfo();
     const QString program = fixture.product + "/Contents/Linux/Foo";
     QDir().mkpath(QFileInfo(program).path());
     QFile::remove(program);
@@ -77,9 +90,9 @@ private Q_SLOTS:
     void wrapperFolder_data();
     void wrapperFolder();
     void launchThatNeverOpensIsStillSuccess();
-    void completionQuitAfterSuccessAndFailure();
+    void completionQuit_data();
+    void completionQuit();
     void runningCopyThatRefusesCancelsTheRun();
-    void staleStagingCopyGoesToTrash();
     void privilegedPathThroughStandInElevation_data();
     void privilegedPathThroughStandInElevation();
 };
@@ -92,8 +105,9 @@ void TestInstallerRun::init()
 void TestInstallerRun::cleanup()
 {
     VXProcessPlatform::setSignalSender({});
-    // Products launched by a test that failed half-way would outlive it.
-    killProcessesUnder(QDir::tempPath() + "/tst_installerrun-");
+    // Products launched by a test that failed half-way would outlive it;
+    // only this run's, never those of another run on the machine.
+    killProcessesUnder(ProductFixture::rootPrefix());
 }
 
 void TestInstallerRun::freshInstall()
@@ -101,7 +115,17 @@ void TestInstallerRun::freshInstall()
     ProductFixture fixture;
     makeRunnable(fixture);
     Run run(fixture, { "-productName", "Foo", "-version", "2.0" });
-    QVERIFY(run.start());
+    // The run never waits for the main thread (it only posts to it): here the
+    // main thread is blocked until the installation thread has finished.
+    std::promise<void> done;
+    std::future<void> ended = done.get_future();
+    std::thread([&run, &done] {
+        run.controller.installThread();
+        done.set_value();
+    }).detach();
+    QVERIFY2(ended.wait_for(std::chrono::minutes(2)) == std::future_status::ready,
+        "the installation thread waits for the main thread");
+    QVERIFY(run.finished.wait());
     const QString destination = fixture.applications + "/Foo.app";
     QVERIFY2(run.finished.first().first().toString().isNull(),
         qPrintable(run.finished.first().first().toString() + "\n" + run.messages().join('\n')));
@@ -228,42 +252,43 @@ void TestInstallerRun::launchThatNeverOpensIsStillSuccess()
         run.controller.introField()->text(), QStringLiteral("Foo was successfully installed."));
 }
 
-void TestInstallerRun::completionQuitAfterSuccessAndFailure()
+void TestInstallerRun::completionQuit_data()
 {
+    // clang-format off
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("success");
+    QTest::addColumn<QString>("logged");
+    QTest::addColumn<bool>("quits");
+    QTest::newRow("after success") << "0.5" << true << "quit delay: 0.5" << true;
+    QTest::newRow("after failure") << "0.5" << false << "quit delay: 0.5" << true;
+    QTest::newRow("unit after the number") << "0.5s" << true << "quit delay: 0.5" << true;
+    QTest::newRow("decimal comma: its leading number") << "1,5" << true << "quit delay: 1.0"
+        << true;
+    QTest::newRow("zero stays open") << "0" << true << "quit delay: 0.0" << false;
+    QTest::newRow("no number stays open") << "abc" << true << "quit delay: 0.0" << false;
+    // clang-format on
+}
+
+void TestInstallerRun::completionQuit()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, success);
+    QFETCH(QString, logged);
+    QFETCH(bool, quits);
     ProductFixture fixture;
-    makeRunnable(fixture);
-    {
-        Run run(fixture, { "-completionQuit", "2.5" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(run.messages().contains("quit delay: 2.5"));
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(quitting.wait(5000));
-        QVERIFY(clock.elapsed() >= 2000);
-        killProcessesUnder(fixture.applications);
-    }
-    {
-        // A failure quits just the same: the source has gone.
-        Run run(fixture,
-            { "-completionQuit", "2.5", "-sourcePath", fixture.path("Volumes/Foo/Gone.app"),
-                "-productCode", "WXYZ", "-productName", "Foo" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(!run.finished.first().first().toString().isEmpty());
-        QVERIFY(run.controller.cancelButton()->isEnabled());
-        QCOMPARE(run.controller.installButton()->text(), QStringLiteral("Install"));
-        QVERIFY(run.messages().contains("quit delay: 2.5"));
-        QVERIFY(quitting.wait(5000));
-    }
-    {
-        Run run(fixture, { "-completionQuit", "0" });
-        QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
-        QVERIFY(run.start());
-        QVERIFY(run.messages().contains("quit delay: 0.0"));
-        QVERIFY(!quitting.wait(1000));
-        killProcessesUnder(fixture.applications);
-    }
+    Run run(fixture, { "-completionQuit", value });
+    QSignalSpy quitting(&run.controller, &InstallerWinController::terminating);
+    // The end of a run, as the installation thread reports it.
+    run.controller.installationFinished(
+        success ? QString() : QStringLiteral("Installation failed."));
+    QVERIFY(run.messages().contains(logged));
+    // A failure leaves the install page usable for another run.
+    QCOMPARE(run.controller.installButton()->text(), success ? QString("OK") : QString("Install"));
+    QCOMPARE(run.controller.cancelButton()->isEnabled(), !success);
+    if (quits)
+        QVERIFY(quitting.wait(30000));
+    else
+        QVERIFY(!quitting.wait(2000));
 }
 
 void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
@@ -286,7 +311,8 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
     const QStringList log = run.messages();
     QVERIFY(log.contains("Foo did not quit; will retry"));
     QVERIFY(log.contains("Foo refused to quit; installation cancelled"));
-    QCOMPARE(log.filter("Quitting 'WXYZ': Foo").size(), 4); // the first attempt and three retries
+    QCOMPARE(log.filter("Quitting '" + runSignature() + "': Foo").size(),
+        4); // the first attempt and three retries
     QVERIFY(!QFile::exists(fixture.applications + "/Foo.app")); // nothing copied
     QVERIFY(run.controller.cancelButton()->isEnabled());
     QVERIFY(run.controller.messageField()->isHidden()); // the failure shows as re-enabled buttons
@@ -295,38 +321,19 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
     running.waitForFinished();
 }
 
-void TestInstallerRun::staleStagingCopyGoesToTrash()
-{
-    // A run killed after the exchange leaves the old copy at the staging
-    // name: the next run keeps it, in the Trash, under its own name.
-    ProductFixture fixture;
-    makeRunnable(fixture);
-    const QString destination = fixture.applications + "/Foo.app";
-    const QString stale = fixture.applications + "/.Foo.app.quillet-999999";
-    writeFile(stale + "/Contents/Resources/old-marker", "old");
-    QCOMPARE(ProductCopy::installProductCopy(fixture.product, destination, QString()), 0);
-    QVERIFY(!QFile::exists(stale));
-    QVERIFY(QFile::exists(
-        QDir::homePath() + "/.local/share/Trash/files/Foo.app/Contents/Resources/old-marker"));
-    QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
-    QDir(QDir::homePath() + "/.local/share/Trash").removeRecursively();
-}
-
 void TestInstallerRun::privilegedPathThroughStandInElevation_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("standIn");
     QTest::addColumn<QString>("result");
     QTest::addColumn<QString>("logLine");
     // The stand-ins take the password dialog's place and nothing else: the
     // first runs the real helper as root, as pkexec would after a password.
     QTest::newRow("authorized") << "exec env PKEXEC_UID=0 \"$@\"" << QString()
-                                << "successfully copied";
-    QTest::newRow("dialog dismissed") << "exit 126"
-                                      << ""
-                                      << "User canceled authorization";
-    QTest::newRow("helper fails") << "exit 3"
-                                  << "Foo could not be installed"
-                                  << "WEXITSTATUS";
+        << "successfully copied";
+    QTest::newRow("dialog dismissed") << "exit 126" << "" << "User canceled authorization";
+    QTest::newRow("helper fails") << "exit 3" << "Foo could not be installed" << "WEXITSTATUS";
+    // clang-format on
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation()

@@ -5,8 +5,11 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QBuffer>
+#include <QDataStream>
 #include <QLabel>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTest>
 #include <QTextEdit>
@@ -21,25 +24,26 @@ private Q_SLOTS:
     void extractArguments_data();
     void extractArguments();
     void completesArgumentsFromBundle();
+    void interfaceFile_data();
+    void interfaceFile();
     void quitListAlwaysHoldsProductCodes();
     void destination_data();
     void destination();
-    void wrapper_data();
-    void wrapper();
     void setupErrors_data();
     void setupErrors();
-    void installerOutsideAnyBundleIsMissingSourcePath();
     void helpButtonVisibility_data();
     void helpButtonVisibility();
     void readMeFallbacks_data();
     void readMeFallbacks();
-    void iconFallbacks();
+    void icon_data();
+    void icon();
     void pageButtons();
     void applicationsDirectoryFallsBackToUserFolder();
     void unsupportedFolders_data();
     void unsupportedFolders();
     void canWriteToPathWalksUpToExistingFolder();
-    void loginItemBecomesDestination();
+    void loginItems_data();
+    void loginItems();
     void localizedPath_data();
     void localizedPath();
 };
@@ -71,9 +75,6 @@ void TestInstallerSetup::extractArguments_data()
         << QStringList { "/x", "--x", "1" } << QVariantMap { { "", "/x" }, { "-x", "1" } };
     QTest::newRow("key is not reset after a value") << QStringList { "/x", "-readMePath", "a",
         "b" } << QVariantMap { { "", "/x" }, { "readMePath", "b" } };
-    QTest::newRow("invalid UTF-8 became replacement characters")
-        << QStringList { "/x", "-productName", QString::fromUtf8("F\xff\xfeo") }
-        << QVariantMap { { "", "/x" }, { "productName", QString::fromUtf8("F\xff\xfeo") } };
     QTest::newRow("nothing") << QStringList {} << QVariantMap {};
 }
 
@@ -124,6 +125,40 @@ void TestInstallerSetup::completesArgumentsFromBundle()
     QVERIFY(!c->isFinished());
 }
 
+void TestInstallerSetup::interfaceFile_data()
+{
+    // clang-format off
+    // What the bundle's interface file becomes: its window as it stands.
+    QTest::addColumn<QByteArray>("from");
+    QTest::addColumn<QByteArray>("to");
+    QTest::addColumn<QString>("title"); // null: not loaded
+    QTest::newRow("as built") << QByteArray() << QByteArray() << "Foo Installer";
+    QTest::newRow("edited in the bundle") << QByteArray("%@ Installer") << QByteArray("%@ Setup")
+        << "Foo Setup";
+    QTest::newRow("broken") << QByteArray("</ui>") << QByteArray() << QString();
+    // clang-format on
+}
+
+void TestInstallerSetup::interfaceFile()
+{
+    QFETCH(QByteArray, from);
+    QFETCH(QByteArray, to);
+    QFETCH(QString, title);
+    ProductFixture fixture;
+    const QString file = fixture.installer + "/Contents/Resources/InstallerWindow.ui";
+    if (!from.isEmpty())
+        writeFile(file, readFile(file).replace(from, to));
+    LogCapture quiet;
+    Controller c = setUp(fixture, {});
+    if (title.isNull()) {
+        QVERIFY(!c->interfaceError().isEmpty());
+        QVERIFY(!c->window());
+    } else {
+        QCOMPARE(c->window()->windowTitle(), title);
+        QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
+    }
+}
+
 void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
 {
     ProductFixture fixture;
@@ -137,84 +172,63 @@ void TestInstallerSetup::quitListAlwaysHoldsProductCodes()
 
 void TestInstallerSetup::destination_data()
 {
-    QTest::addColumn<QString>("given");
+    // clang-format off
+    // Paths relative to the test's folder; the source is Volumes/Foo/Foo.app.
+    QTest::addColumn<QString>("given"); // -destinationPath
+    QTest::addColumn<QString>("wrapper"); // -wrapperPath
     QTest::addColumn<QString>("expected");
-    QTest::newRow("existing folder kept") << "Other/Foo Pro.app"
-                                          << "Other/Foo Pro.app";
-    QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app"
-                                               << "Applications/Foo.app";
-    QTest::newRow("parent is a file falls back") << "afile/Foo.app"
-                                                 << "Applications/Foo.app";
+    QTest::newRow("existing folder kept") << "Other/Foo Pro.app" << "" << "Other/Foo Pro.app";
+    QTest::newRow("missing folder falls back") << "Missing/Sub/Foo.app" << ""
+        << "Applications/Foo.app";
+    QTest::newRow("parent is a file falls back") << "afile/Foo.app" << "" << "Applications/Foo.app";
+    QTest::newRow("wrapper moves the destination") << "" << "Volumes/Foo/Foo Folder"
+        << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("already inside the wrapper") << "Applications/Foo Folder/Foo.app"
+        << "Volumes/Foo/Foo Folder" << "Applications/Foo Folder/Foo.app";
+    QTest::newRow("wrapper outside the source folder dropped") << "" << "Elsewhere/Foo Folder"
+        << "Applications/Foo.app";
+    QTest::newRow("missing wrapper dropped") << "" << "Volumes/Foo/Nothing"
+        << "Applications/Foo.app";
+    // clang-format on
 }
 
 void TestInstallerSetup::destination()
 {
     QFETCH(QString, given);
-    QFETCH(QString, expected);
-    ProductFixture fixture;
-    QDir().mkpath(fixture.path("Other"));
-    writeFile(fixture.path("afile"), "x");
-    LogCapture quiet;
-    Controller c = setUp(fixture, { "-destinationPath", fixture.path(given) });
-    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
-    QCOMPARE(c->pathField()->text(), fixture.path(expected));
-}
-
-void TestInstallerSetup::wrapper_data()
-{
-    QTest::addColumn<QString>("wrapper");
-    QTest::addColumn<QString>("destination");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<bool>("kept");
-    QTest::newRow("wrapper moves the destination") << "Volumes/Foo/Foo Folder"
-                                                   << ""
-                                                   << "Applications/Foo Folder/Foo.app" << true;
-    QTest::newRow("already inside the wrapper") << "Volumes/Foo/Foo Folder"
-                                                << "Applications/Foo Folder/Foo.app"
-                                                << "Applications/Foo Folder/Foo.app" << true;
-    QTest::newRow("outside the source folder") << "Elsewhere/Foo Folder"
-                                               << ""
-                                               << "Applications/Foo.app" << false;
-    QTest::newRow("missing on disk") << "Volumes/Foo/Nothing"
-                                     << ""
-                                     << "Applications/Foo.app" << false;
-}
-
-void TestInstallerSetup::wrapper()
-{
     QFETCH(QString, wrapper);
-    QFETCH(QString, destination);
     QFETCH(QString, expected);
-    QFETCH(bool, kept);
     ProductFixture fixture;
-    QDir().mkpath(fixture.path("Volumes/Foo/Foo Folder"));
-    QDir().mkpath(fixture.path("Elsewhere/Foo Folder"));
-    QDir().mkpath(fixture.path("Applications/Foo Folder"));
-    QStringList args { "-wrapperPath", fixture.path(wrapper) };
-    if (!destination.isEmpty())
-        args << "-destinationPath" << fixture.path(destination);
+    for (const char *folder :
+        { "Other", "Volumes/Foo/Foo Folder", "Elsewhere/Foo Folder", "Applications/Foo Folder" })
+        QDir().mkpath(fixture.path(folder));
+    writeFile(fixture.path("afile"), "x");
+    QStringList args;
+    if (!given.isEmpty())
+        args << "-destinationPath" << fixture.path(given);
+    if (!wrapper.isEmpty())
+        args << "-wrapperPath" << fixture.path(wrapper);
     LogCapture capture;
     Controller c = setUp(fixture, args);
     capture.restore();
     QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    QCOMPARE(c->pathField()->text(), fixture.path(expected));
+    const bool kept = expected.contains("Foo Folder");
     QCOMPARE(c->arguments().contains("wrapperPath"), kept);
     QCOMPARE(capture.messages().contains("wrapper = " + fixture.path(wrapper)), kept);
 }
 
 void TestInstallerSetup::setupErrors_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("case_");
     QTest::addColumn<QString>("message");
-    QTest::newRow("source is the root folder") << "root"
-                                               << "missing program name";
-    QTest::newRow("no signature") << "nosig"
-                                  << "missing product signature";
-    QTest::newRow("source is a plain file") << "file"
-                                            << "missing product signature";
-    QTest::newRow("binary Info.plist") << "binary"
-                                       << "missing product signature";
-    QTest::newRow("malformed Info.plist") << "malformed"
-                                          << "missing product signature";
+    QTest::newRow("installer outside any bundle") << "outside" << "missing source path";
+    QTest::newRow("source is the root folder") << "root" << "missing program name";
+    QTest::newRow("no signature") << "nosig" << "missing product signature";
+    QTest::newRow("source is a plain file") << "file" << "missing product signature";
+    QTest::newRow("binary Info.plist") << "binary" << "missing product signature";
+    QTest::newRow("malformed Info.plist") << "malformed" << "missing product signature";
+    // clang-format on
 }
 
 void TestInstallerSetup::setupErrors()
@@ -223,7 +237,15 @@ void TestInstallerSetup::setupErrors()
     QFETCH(QString, message);
     ProductFixture fixture;
     QStringList args;
-    if (case_ == "root") {
+    QTemporaryDir loose;
+    if (case_ == "outside") {
+        QDir().mkpath(loose.path() + "/QuilletInstaller.app/Contents/Resources");
+        VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
+        args << "-completionSound"
+             << "NO"
+             << "-productName"
+             << "Foo";
+    } else if (case_ == "root") {
         args << "-sourcePath"
              << "/";
     } else if (case_ == "nosig") {
@@ -247,34 +269,25 @@ void TestInstallerSetup::setupErrors()
     QCOMPARE(c->introField()->text(), message);
     QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
     QVERIFY(c->cancelButton()->isHidden());
+    QVERIFY(c->checkmarkField()->isHidden());
+    // The "%@" title is cleared when the name is not known yet.
+    if (case_ == "outside" || case_ == "root")
+        QCOMPARE(c->window()->windowTitle(), QString());
     QVERIFY(!c->window()->windowTitle().contains('%'));
-}
-
-void TestInstallerSetup::installerOutsideAnyBundleIsMissingSourcePath()
-{
-    ProductFixture fixture;
-    QTemporaryDir loose;
-    QDir().mkpath(loose.path() + "/QuilletInstaller.app/Contents/Resources");
-    VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
-    LogCapture capture;
-    Controller c = setUp(fixture, { "-completionSound", "NO", "-productName", "Foo" });
-    capture.restore();
-    QVERIFY2(capture.messages().contains("missing source path"), qPrintable(capture.text()));
-    QCOMPARE(c->window()->windowTitle(), QString()); // the "%@" title is cleared
-    QCOMPARE(c->installButton()->text(), QStringLiteral("OK"));
-    QVERIFY(c->isFinished());
 }
 
 void TestInstallerSetup::helpButtonVisibility_data()
 {
+    // clang-format off
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<bool>("visible");
     QTest::newRow("none") << QStringList {} << false;
     QTest::newRow("URL") << QStringList { "-documentationURL", "https://example.org/help" } << true;
     QTest::newRow("existing file") << QStringList { "-documentationPath", "@doc" } << true;
-    QTest::newRow("missing file hides even with a URL") << QStringList { "-documentationPath",
-        "@missing", "-documentationURL", "https://example.org" }
-                                                        << false;
+    QTest::newRow("missing file hides even with a URL")
+        << QStringList { "-documentationPath", "@missing", "-documentationURL", "https://example.org" }
+        << false;
+    // clang-format on
 }
 
 void TestInstallerSetup::helpButtonVisibility()
@@ -293,30 +306,25 @@ void TestInstallerSetup::helpButtonVisibility()
 
 void TestInstallerSetup::readMeFallbacks_data()
 {
+    // clang-format off
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("suffix");
     QTest::addColumn<QString>("shown");
     QTest::newRow("plain text") << QByteArray("Read me first.\nSecond line.") << "txt"
-                                << "Read me first.\nSecond line.";
+        << "Read me first.\nSecond line.";
     QTest::newRow("markdown") << QByteArray("# Title\n\nSome *text*.") << "md"
-                              << "Title\nSome text.";
+        << "Title\nSome text.";
     QTest::newRow("html") << QByteArray("<html><body><p>Hello <b>there</b></p></body></html>")
-                          << "html"
-                          << "Hello there";
-    QTest::newRow("rtf by content, any name")
-        << QByteArray("{\\rtf1\\ansi Hello\\par World}") << "txt"
-        << "Hello\nWorld";
-    QTest::newRow("empty") << QByteArray() << "rtf"
-                           << "";
-    QTest::newRow("binary") << QByteArray("\x7f"
-                                          "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0",
-        16) << "rtf"
-                            << "";
-    QTest::newRow("huge") << QByteArray(50 * 1024 * 1024, 'x') << "txt"
-                          << "";
-    QTest::newRow("Latin-1 text") << QByteArray("Gr\xfc\xdf"
-                                                "e")
-                                  << "txt" << QString::fromUtf8("Grüße");
+        << "html" << "Hello there";
+    QTest::newRow("rtf by content, any name") << QByteArray("{\\rtf1\\ansi Hello\\par World}")
+        << "txt" << "Hello\nWorld";
+    QTest::newRow("empty") << QByteArray() << "rtf" << "";
+    QTest::newRow("binary") << QByteArray("\x7f" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0", 16) << "rtf"
+        << "";
+    QTest::newRow("huge") << QByteArray(50 * 1024 * 1024, 'x') << "txt" << "";
+    QTest::newRow("Latin-1 text") << QByteArray("Gr\xfc\xdf" "e") << "txt"
+        << QString::fromUtf8("Grüße");
+    // clang-format on
 }
 
 void TestInstallerSetup::readMeFallbacks()
@@ -335,27 +343,74 @@ void TestInstallerSetup::readMeFallbacks()
     QCOMPARE(c->cancelButton()->text(), QStringLiteral("Cancel"));
 }
 
-void TestInstallerSetup::iconFallbacks()
+namespace {
+// A square of one colour in the format the name's suffix gives; an icns file
+// holds it as its 128-pixel PNG frame after a blue 16-pixel one.
+QByteArray picture(const QString &name, QColor colour, int edge = 32)
 {
+    if (name.endsWith(".svg"))
+        return "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'><rect width='32' "
+               "height='32' fill='"
+            + colour.name().toLatin1() + "'/></svg>";
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    if (!name.endsWith(".icns")) {
+        QImage image(edge, edge, QImage::Format_ARGB32);
+        image.fill(colour);
+        image.save(&buffer, "PNG");
+        return bytes;
+    }
+    QDataStream icns(&buffer); // big-endian
+    const QByteArray small = picture("s.png", Qt::blue, 16), large = picture("l.png", colour, 128);
+    icns.writeRawData("icns", 4);
+    icns << quint32(8 + 8 + small.size() + 8 + large.size());
+    for (const auto &[type, data] : { std::pair { "icp4", small }, std::pair { "ic07", large } }) {
+        icns.writeRawData(type, 4);
+        icns << quint32(8 + data.size());
+        icns.writeRawData(data.constData(), int(data.size()));
+    }
+    return bytes;
+}
+} // namespace
+
+void TestInstallerSetup::icon_data()
+{
+    // clang-format off
+    QTest::addColumn<QString>("resource"); // in Contents/Resources, named by CFBundleIconFile "Foo"
+    QTest::addColumn<QByteArray>("content"); // empty: a red picture
+    QTest::addColumn<QString>("given"); // -iconPath, a red PNG when it exists
+    QTest::addColumn<bool>("red"); // what is shown
+    const QByteArray corrupt("icns\x00\x00\x10\x00garbage", 16);
+    QTest::newRow("given file wins") << "Foo.icns" << corrupt << "icon.png" << true;
+    QTest::newRow("icns, PNG frame that fits") << "Foo.icns" << QByteArray() << "" << true;
+    QTest::newRow("bundle PNG without extension") << "Foo.png" << QByteArray() << "" << true;
+    QTest::newRow("bundle SVG without extension") << "Foo.svg" << QByteArray() << "" << true;
+    QTest::newRow("corrupt icns, missing given file") << "Foo.icns" << corrupt << "missing.png"
+        << false;
+    // clang-format on
+}
+
+void TestInstallerSetup::icon()
+{
+    QFETCH(QString, resource);
+    QFETCH(QByteArray, content);
+    QFETCH(QString, given);
+    QFETCH(bool, red);
     ProductFixture fixture;
-    // A corrupt icon file named by the bundle, and a missing one given: both
-    // leave the icon as it was, and set-up goes on.
     fixture.info.insert("CFBundleIconFile", "Foo");
     fixture.writeInfo();
-    writeFile(fixture.product + "/Contents/Resources/Foo.icns",
-        QByteArray("icns\x00\x00\x10\x00garbage", 16));
+    writeFile(fixture.product + "/Contents/Resources/" + resource,
+        content.isEmpty() ? picture(resource, Qt::red) : content);
+    writeFile(fixture.path("icon.png"), picture("icon.png", Qt::red));
+    QStringList args;
+    if (!given.isEmpty())
+        args << "-iconPath" << fixture.path(given);
     LogCapture quiet;
-    Controller c = setUp(fixture, { "-iconPath", fixture.path("missing.png") });
-    QVERIFY(!c->isFinished());
-    QCOMPARE(c->nameField()->text(), QStringLiteral("Foo 2.0"));
-
-    // A real icon given by path wins.
-    QImage image(32, 32, QImage::Format_ARGB32);
-    image.fill(Qt::red);
-    image.save(fixture.path("icon.png"));
-    c = setUp(fixture, { "-iconPath", fixture.path("icon.png") });
-    QVERIFY(!c->iconField()->pixmap().isNull());
-    QCOMPARE(c->iconField()->pixmap().toImage().pixelColor(5, 5), QColor(Qt::red));
+    Controller c = setUp(fixture, args);
+    QVERIFY(!c->isFinished()); // a bad icon never stops set-up
+    const QImage shown = c->iconField()->pixmap().toImage();
+    QCOMPARE(!shown.isNull() && shown.pixelColor(shown.rect().center()) == QColor(Qt::red), red);
 }
 
 void TestInstallerSetup::pageButtons()
@@ -434,55 +489,81 @@ void TestInstallerSetup::canWriteToPathWalksUpToExistingFolder()
     QVERIFY(QDir(fixture.applications)
                 .entryList(QDir::Files | QDir::Hidden)
                 .isEmpty()); // the probe is gone
-    QVERIFY(!c.canWriteToDirectory(fixture.path("missing")));
-    writeFile(fixture.path("f"), "x");
-    QVERIFY(c.canWriteToFile(fixture.path("f")));
-    QVERIFY(!c.canWriteToFile(fixture.path("missing")));
-    QVERIFY(!c.canWriteToFileOrDirectory(fixture.path("missing")));
     // /proc/1 exists and is not writable even for root.
     QVERIFY(!c.canWriteToPath("/proc/1/Name.app"));
     capture.restore();
     QVERIFY(capture.messages().contains("Cannot write to folder /proc/1"));
 }
 
-void TestInstallerSetup::loginItemBecomesDestination()
+void TestInstallerSetup::loginItems_data()
 {
+    // clang-format off
+    // Autostart entries of the same file name in the user's folder and in a
+    // system folder; @ stands for the test's folder. The expected
+    // destination is relative to it.
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("system");
+    QTest::addColumn<QString>("expected");
+    const QString exec = "[Desktop Entry]\nType=Application\nName=Foo\nExec=";
+    QTest::newRow("quoted program path with a blank")
+        << exec + "\"@/Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n" << ""
+        << "Foo Folder/Foo.app";
+    QTest::newRow("system folder entry") << "" << exec + "@/Other/Foo.app/Contents/Linux/Foo\n"
+        << "Other/Foo.app";
+    QTest::newRow("switched off in GNOME")
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\nX-GNOME-Autostart-enabled=false\n" << ""
+        << "Applications/Foo.app";
+    QTest::newRow("hidden user entry masks the system one") << "[Desktop Entry]\nHidden=true\n"
+        << exec + "@/Other/Foo.app/Contents/Linux/Foo\n" << "Applications/Foo.app";
+    QTest::newRow("program gone") << exec + "@/Gone/Foo.app/Contents/Linux/Foo\n" << ""
+        << "Applications/Foo.app";
+    QTest::newRow("not a desktop entry") << "Exec=@/Other/Foo.app/Contents/Linux/Foo\n" << ""
+        << "Applications/Foo.app";
+    // clang-format on
+}
+
+void TestInstallerSetup::loginItems()
+{
+    QFETCH(QString, user);
+    QFETCH(QString, system);
+    QFETCH(QString, expected);
     ProductFixture fixture;
-    const QString installed = fixture.path("Elsewhere/Foo.app");
-    QDir().mkpath(installed + "/Contents/Linux");
-    const QString autostart = QDir::homePath() + "/.config/autostart";
-    writeFile(
-        autostart + "/a-other.desktop", "[Desktop Entry]\nType=Application\nExec=/usr/bin/other\n");
-    writeFile(autostart + "/foo.desktop",
-        ("[Desktop Entry]\nType=Application\nName=Foo\nExec=\"" + installed
-            + "/Contents/Linux/Foo\" --hidden\n")
-            .toUtf8());
-    writeFile(autostart + "/hidden.desktop",
-        "[Desktop Entry]\nExec=/opt/FooOld.app/Contents/Linux/Foo\nHidden=true\n");
-    LogCapture capture;
+    for (const char *bundle : { "Foo Folder/Foo.app", "Other/Foo.app" })
+        writeFile(fixture.path(bundle) + "/Contents/Linux/Foo", "#!/bin/sh\n", true);
+    QDir().mkpath(fixture.path("Gone/Foo.app/Contents"));
+    const QString userFolder = QDir::homePath() + "/.config/autostart";
+    const QString systemFolder = fixture.path("xdg");
+    qputenv("XDG_CONFIG_DIRS", QFile::encodeName(systemFolder));
+    const auto restore = qScopeGuard([&] {
+        qunsetenv("XDG_CONFIG_DIRS");
+        QDir(userFolder).removeRecursively();
+    });
+    writeFile(userFolder + "/a-other.desktop", "[Desktop Entry]\nExec=/usr/bin/env\n");
+    if (!user.isEmpty())
+        writeFile(userFolder + "/foo.desktop", user.replace("@/", fixture.path("")).toUtf8());
+    if (!system.isEmpty())
+        writeFile(systemFolder + "/autostart/foo.desktop",
+            system.replace("@/", fixture.path("")).toUtf8());
+    LogCapture quiet;
     Controller c = setUp(fixture, {});
-    capture.restore();
-    QVERIFY(capture.messages().contains("autolaunch = " + installed));
-    QCOMPARE(c->arguments().value("destinationPath").toString(), installed);
-    QCOMPARE(c->autoLaunchPathFor("Fo"), installed); // a prefix matches
-    QVERIFY(c->autoLaunchPathFor("foo").isNull()); // case-sensitive
-    QDir(autostart).removeRecursively();
+    QCOMPARE(c->arguments().value("destinationPath").toString(), fixture.path(expected));
+    if (!expected.startsWith("Applications")) {
+        QCOMPARE(c->autoLaunchPathFor("Fo"), fixture.path(expected)); // a prefix of the name
+        QVERIFY(c->autoLaunchPathFor("foo").isNull()); // case-sensitive
+    }
 }
 
 void TestInstallerSetup::localizedPath_data()
 {
+    // clang-format off
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("home") << "@home"
-                          << "~";
-    QTest::newRow("in home") << "@home/Applications/Foo.app"
-                             << "~/Applications/Foo.app";
-    QTest::newRow("root") << "/"
-                          << "/";
-    QTest::newRow("system") << "/opt/Foo.app"
-                            << "/opt/Foo.app";
-    QTest::newRow("home prefix but other user") << "@home2/x"
-                                                << "@home2/x";
+    QTest::newRow("home") << "@home" << "~";
+    QTest::newRow("in home") << "@home/Applications/Foo.app" << "~/Applications/Foo.app";
+    QTest::newRow("root") << "/" << "/";
+    QTest::newRow("system") << "/opt/Foo.app" << "/opt/Foo.app";
+    QTest::newRow("home prefix but other user") << "@home2/x" << "@home2/x";
+    // clang-format on
 }
 
 void TestInstallerSetup::localizedPath()
