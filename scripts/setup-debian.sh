@@ -18,6 +18,8 @@ packages=(
   # privilege elevation, desktop database
   dbus dbus-x11 xvfb xauth openbox x11-utils xdotool pulseaudio pulseaudio-utils pkexec polkitd
   desktop-file-utils xdg-utils
+  # a Wayland session: compositor, Qt's platform plugin, accessibility bus
+  weston qt6-wayland at-spi2-core
   # Debian packages: CPack's shared-library dependencies, their check
   dpkg-dev file lintian
   # data and peer tools used by tests and benchmarks
