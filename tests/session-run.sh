@@ -75,7 +75,7 @@ if [ "$wayland" = 1 ]; then
   pids+=($!)
   export WAYLAND_DISPLAY=wayland-quillet XDG_SESSION_TYPE=wayland
   unset DISPLAY QT_QPA_PLATFORM
-  for _ in $(seq 1 100); do
+  for _ in $(seq 1 400); do
     [ -e "$XDG_RUNTIME_DIR/wayland-quillet.lock" ] && [ -S "$XDG_RUNTIME_DIR/wayland-quillet" ] && break
     sleep 0.05
   done
