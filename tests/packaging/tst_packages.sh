@@ -8,13 +8,14 @@
 # CMake package (and a program against the pkg-config files), installs the
 # product through the installer it carries, on the privileged path through
 # the installed helper, then purges the packages.
-#   tst_packages.sh SOURCE_DIR
+#   tst_packages.sh SOURCE_DIR ATSPIPRESS
 # Needs root; exits 77 (skipped) without it, or when the machine already has
 # what the test would install. Everything it adds goes again, also when a
 # step fails.
 set -euo pipefail
 
 src=$(cd "$1" && pwd)
+atspipress=$2 # tests/helpers/atspipress: presses the installer's buttons
 helper=/usr/libexec/quillet/train
 action=/usr/share/polkit-1/actions/dev.quillet.installer.policy
 product=/opt/Sample.app
@@ -108,24 +109,31 @@ chmod 755 "$work/elevate.sh"
   set -eu
   mkdir -p "$XDG_CONFIG_HOME/Quillet"
   printf "[General]\nelevationCommand=%s\n" "$2" >"$XDG_CONFIG_HOME/Quillet/QuilletInstaller.ini"
-  "$1"
-  window=$(timeout 300 xdotool search --sync --name "Sample Installer" | head -n 1)
-  [ -n "$window" ] || { echo "FAIL: no installer window" >&2; exit 1; }
-  xdotool windowactivate --sync "$window"
   log="$HOME/Library/Logs/QuilletInstaller.log"
-  # "Continue", then "Install" with the Alt (Option) key held, which takes
-  # the privileged path although root may write to /opt.
-  sleep 1
-  xdotool key --clearmodifiers Return
-  sleep 1
-  xdotool keydown alt key Return
+  # The Alt (Option) key held while "Install" is pressed takes the
+  # privileged path, although root may write to /opt.
+  xdotool keydown alt
+  export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1
+  "$1"
+  pid=
+  for _ in $(seq 1 600); do
+    for exe in /proc/[0-9]*/exe; do
+      if [ "$(readlink "$exe" 2>/dev/null)" = "$3" ]; then pid=${exe#/proc/}; pid=${pid%/exe}; fi
+    done
+    [ -n "$pid" ] && break
+    sleep 0.1
+  done
+  [ -n "$pid" ] || { echo "FAIL: the product did not start its installer" >&2; exit 1; }
+  "$4" "$pid" Continue Install
   for _ in $(seq 1 1500); do
     grep -q "launched immediately\|ERROR --\|User canceled" "$log" && break
     sleep 0.2
   done
   xdotool keyup alt
-  cp "$log" "$3"
-' _ "$bundle/Contents/Linux/Sample" "$work/elevate.sh" "$work/installer.log"
+  cp "$log" "$5"
+' _ "$bundle/Contents/Linux/Sample" "$work/elevate.sh" \
+  "$bundle/Contents/Resources/QuilletInstaller.app/Contents/Linux/QuilletInstaller" "$atspipress" \
+  "$work/installer.log"
 log=$(cat "$work/installer.log")
 for line in "enforcing authorization" "successfully copied" "launched immediately: 1"; do
   grep -qF "$line" <<<"$log" || fail "the log lacks \"$line\":"$'\n'"$log"
