@@ -20,6 +20,10 @@ packages=(
   desktop-file-utils xdg-utils
   # the desktop's settings: GSettings with GNOME's schemas, read through dconf
   gsettings-desktop-schemas dconf-gsettings-backend dconf-service libglib2.0-bin
+  # a Wayland session: compositor, Qt's platform plugin, accessibility bus
+  weston qt6-wayland at-spi2-core
+  # Debian packages: CPack's shared-library dependencies, their check
+  dpkg-dev file lintian
   # data and peer tools used by tests and benchmarks
   unicode-data uchardet procps python3
 )

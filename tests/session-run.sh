@@ -3,18 +3,22 @@
 # SPDX-License-Identifier: MIT
 #
 # Runs one test program in a session of its own:
-#   session-run.sh [--x11] [--wm] [--dbus] [--audio] -- program [args...]
+#   session-run.sh [--x11] [--wm] [--wayland] [--dbus] [--audio] -- program [args...]
 # Always: a private HOME and XDG folders, the C.UTF-8 locale, UTC.
-# --x11: a private Xvfb display; --wm: openbox on it; --dbus: a private
+# --x11: a private Xvfb display; --wm: openbox on it; --wayland: a private
+# weston (headless back end) as the only display, logging every client's
+# requests to $QUILLET_WESTON_LOG, with Qt left to choose its platform
+# plugin as in a user's Wayland session; --dbus: a private
 # session bus (dbus-run-session); --audio: a private sound server with two
 # silent outputs, "alert" (the default) and "speakers", whose monitors can be
 # recorded. Everything started here ends with the test.
 set -u
-x11=0 wm=0 dbus=0 audio=0
+x11=0 wm=0 wayland=0 dbus=0 audio=0
 while [ $# -gt 0 ]; do
   case "$1" in
     --x11) x11=1 ;;
     --wm) x11=1; wm=1 ;;
+    --wayland) wayland=1 ;;
     --dbus) dbus=1 ;;
     --audio) audio=1 ;;
     --) shift; break ;;
@@ -64,6 +68,19 @@ if [ "$x11" = 1 ]; then
       sleep 0.05
     done
   fi
+fi
+
+if [ "$wayland" = 1 ]; then
+  export QUILLET_WESTON_LOG="$home/weston.log"
+  weston --backend=headless-backend.so --socket=wayland-quillet --idle-time=0 \
+    --logger-scopes=log,proto --log="$QUILLET_WESTON_LOG" >/dev/null 2>&1 &
+  pids+=($!)
+  export WAYLAND_DISPLAY=wayland-quillet XDG_SESSION_TYPE=wayland
+  unset DISPLAY QT_QPA_PLATFORM
+  for _ in $(seq 1 400); do
+    [ -e "$XDG_RUNTIME_DIR/wayland-quillet.lock" ] && [ -S "$XDG_RUNTIME_DIR/wayland-quillet" ] && break
+    sleep 0.05
+  done
 fi
 
 if [ "$audio" = 1 ]; then

@@ -32,8 +32,7 @@ const QString kHelper = QStringLiteral(QUILLET_INSTALLED_HELPER);
 const QString kBuiltHelper
     = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train");
 const QString kBuiltWorker = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/elevationworker");
-const QString kPolicy
-    = QStringLiteral(QUILLET_SOURCE_DIR "/resources/polkit/dev.quillet.installer.policy");
+const QString kPolicy = QStringLiteral(QUILLET_BINARY_DIR "/polkit/dev.quillet.installer.policy");
 const QString kActionId = QStringLiteral("dev.quillet.installer.train");
 const QString kActionFile
     = QStringLiteral("/usr/share/polkit-1/actions/dev.quillet.installer.policy");
