@@ -167,7 +167,9 @@ QString stringWithBestEncodingFromFile(const QString &path)
         if (!text.isNull())
             return text;
     }
-    // No reader that guesses the encoding here: go straight to the trial.
+    const QString detected = platformReadWithDetectedEncoding(bytes);
+    if (!detected.isNull())
+        return detected;
     struct Trial
     {
         quint32 encoding;
