@@ -37,6 +37,7 @@ private slots:
     void detectionAgreesWithPythonCodecs();
     void md5AgreesWithPython();
     void htmlEntitiesAgreeWithPython();
+    void htmlImportAgreesWithPythonParser();
     void textConversions_data();
     void textConversions();
     void codePoints_data();
@@ -232,20 +233,60 @@ void tst_StringEncodings::md5AgreesWithPython()
 void tst_StringEncodings::htmlEntitiesAgreeWithPython()
 {
     // Python's html module carries its own copy of the standard's full list
-    // of named references and an independent tokenizer.
+    // of named references and an independent tokenizer. White space a
+    // reference produces (&Tab;, &NewLine;) is shown collapsed, as any.
     QProcess python;
     python.start(QStringLiteral("python3"),
         { QStringLiteral("-c"),
-            QStringLiteral("import html, html.entities, json\n"
+            QStringLiteral("import html, html.entities, json, re\n"
                            "names = sorted(html.entities.html5)\n"
                            "cases = ['x&' + n + 'y' for n in names] + ['&' + n for n in names]\n"
-                           "print(json.dumps([[c, html.unescape(c)] for c in cases]))") });
+                           "show = lambda t: re.sub('[ \\t\\n\\r\\f]+', ' ', t).strip(' ')\n"
+                           "print(json.dumps([[c, show(html.unescape(c))] for c in cases]))") });
     QVERIFY(python.waitForFinished());
     const QJsonArray cases = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
     QCOMPARE(cases.size(), 2 * 2231);
-    // White space produced by a reference (&Tab;, &NewLine;) is text, not layout.
     for (const QJsonValue &v : cases)
         QCOMPARE(stringByExpandingHTMLEntities(v[0].toString()), v[1].toString());
+}
+
+void tst_StringEncodings::htmlImportAgreesWithPythonParser()
+{
+    // Generated fragments against tests/extensions/htmltext.py, which applies
+    // the same plain-text rules on Python's html.parser.
+    static const char *const pieces[] = { "alpha", "beta gamma", "  spaced\t\nout  ", "a &amp; b",
+        "&lt;tag&gt;", "caf&eacute;", "x &notit; y", "1 < 2", "&#x41;&#66;", "<b>", "</b>", "<i>",
+        "</i>", "<span>", "</span>", "</em>", "<p>", "</p>", "<div>", "</div>", "<br>", "<br/>",
+        "<ul><li>one<li>two</ul>", "<ol>\n<li>x</li>\n</ol>", "<!-- a > b -->", "<!---->",
+        "<script>if (a < b) { x = '</p>'; }</script>", "<style>p > a { color: red }</style>",
+        "<a href=\"b>\">link</a>", "<a title='x > y'>t</a>", "<pre>  keep\n   this  </pre>",
+        "<h1>Head</h1>", "<blockquote>q</blockquote>", "<img src=x alt=y>",
+        "<div><div>in</div>out</div>" };
+    QRandomGenerator rng(11);
+    QStringList fragments;
+    for (int i = 0; i < 400; ++i) {
+        QString body;
+        for (int k = int(rng.bounded(1, 12)); k > 0; --k)
+            body += QString::fromUtf8(pieces[rng.bounded(int(std::size(pieces)))]);
+        fragments << (i % 3 ? body
+                            : QStringLiteral("<!DOCTYPE html><html><head><title>T</title>"
+                                             "<style>s</style></head><body>")
+                    + body + QStringLiteral("</body></html>"));
+    }
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+        { QStringLiteral(QUILLET_SOURCE_DIR "/tests/extensions/htmltext.py") });
+    QVERIFY(python.waitForStarted());
+    python.write(QJsonDocument(QJsonArray::fromStringList(fragments)).toJson());
+    python.closeWriteChannel();
+    QVERIFY(python.waitForFinished());
+    const QJsonArray want = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    QCOMPARE(want.size(), fragments.size());
+    for (int i = 0; i < fragments.size(); ++i)
+        if (stringByExpandingHTMLEntities(fragments.at(i)) != want.at(i).toString())
+            QCOMPARE(fragments.at(i) + QStringLiteral(" => ")
+                    + stringByExpandingHTMLEntities(fragments.at(i)),
+                fragments.at(i) + QStringLiteral(" => ") + want.at(i).toString());
 }
 
 void tst_StringEncodings::textConversions_data()
@@ -261,6 +302,15 @@ void tst_StringEncodings::textConversions_data()
     row("html: numeric", html, "&#65;&#x1F600;&#0;", "A\U0001F600\uFFFD");
     row("html: unknown kept", html, "&nosuch; a < b", "&nosuch; a < b");
     row("html: unfinished tag", html, "a<b", "a");
+    row("html: comment holding >", html, "x<!-- a > b -->y", "xy");
+    row("html: attribute holding >", html, "x<a href=\"b>\">link</a>", "xlink");
+    row("html: script, style and head hidden", html,
+        "<head><title>T</title></head><style>p{}</style>a<script>b()</script>", "a");
+    row("html: pre kept", html, "a<pre>1\n  2</pre>b", "a\n1\n  2\nb");
+    // Nesting deeper than browsers keep loses its markup, not its text.
+    row("html: 100,000 nested divs", html, QString(QStringLiteral("<div>")).repeated(100000) + "x",
+        "x");
+    row("html: blocks", html, "<ul><li>a<li>b</ul><div>c<div>d</div></div>", "a\nb\nc\nd");
     row("literal: short", literal, "@\"", "");
     row("literal: quote", literal, "@\"a\\\"b\"", "a\"b");
     // Escaped backslashes are folded first, so "\\n" ends as a line break.
