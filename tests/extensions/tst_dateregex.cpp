@@ -193,6 +193,7 @@ void tst_DateRegex::replacement_data()
     QTest::addColumn<QString>("expected");
     QTest::addColumn<int>("errors"); // "Regular expression error" lines
     row("group", "xaby", "a(b)", "$1", "xby", 0);
+    row("every match, whole match", "a1b22", "\\d+", "<$0>", "a<1>b<22>", 0);
     row("named group", "2024-03", "(?<y>\\d+)-(?<m>\\d+)", "${m}/${y}", "03/2024", 0);
     row("escaped dollar", "a", "a", "\\$1", "$1", 0);
     row("all removed", "aaa", "a", "", "", 0);
