@@ -10,6 +10,7 @@
 #include <QStringDecoder>
 #include <QStringEncoder>
 #include <QUrl>
+#include <QtEndian>
 
 namespace StringExtensions {
 
@@ -28,6 +29,21 @@ static QString decodeWith(
     if (text.isNull())
         text = QStringLiteral("");
     return text;
+}
+
+// Qt's decoder turns code points beyond U+10FFFF into garbage, not errors.
+static bool validUtf32(const QByteArray &bytes, bool bigEndian)
+{
+    if (bytes.size() % 4)
+        return false;
+    const auto *b = reinterpret_cast<const uchar *>(bytes.constData());
+    for (qsizetype i = 0; i < bytes.size(); i += 4) {
+        const quint32 c
+            = bigEndian ? qFromBigEndian<quint32>(b + i) : qFromLittleEndian<quint32>(b + i);
+        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+            return false;
+    }
+    return true;
 }
 
 QString decode(const QByteArray &bytes, quint32 encoding)
@@ -56,9 +72,11 @@ QString decode(const QByteArray &bytes, quint32 encoding)
     case UTF16LittleEndianEncoding:
         return bytes.size() % 2 ? QString() : decodeWith(C::Utf16LE, C::Flag::Stateless, bytes);
     case UTF32BigEndianEncoding:
-        return bytes.size() % 4 ? QString() : decodeWith(C::Utf32BE, C::Flag::Stateless, bytes);
+        return validUtf32(bytes, true) ? decodeWith(C::Utf32BE, C::Flag::Stateless, bytes)
+                                       : QString();
     case UTF32LittleEndianEncoding:
-        return bytes.size() % 4 ? QString() : decodeWith(C::Utf32LE, C::Flag::Stateless, bytes);
+        return validUtf32(bytes, false) ? decodeWith(C::Utf32LE, C::Flag::Stateless, bytes)
+                                        : QString();
     default:
         return platformDecode(bytes, encoding);
     }

@@ -30,53 +30,43 @@ struct Charset
 {
     quint32 encoding;
     const char *iconvName;
+    std::initializer_list<const char *> aliases;
 };
 
 // The platform's own numbers (0x80000000 | the Core Foundation number for
 // those without a classic number). Every other name iconv or ICU knows gets a
-// number of this process from 0xA0000000 on (see nameRegistry).
+// number of this process from 0xA0000000 on (see nameRegistry), and decodes
+// as iconv decodes it.
 const Charset charsets[] = {
-    { UTF8Encoding, "UTF-8" },
-    { ISOLatin1Encoding, "ISO-8859-1" },
-    { UnicodeEncoding, "UTF-16" },
-    { MacOSRomanEncoding, "MACINTOSH" },
-    { UTF16BigEndianEncoding, "UTF-16BE" },
-    { UTF16LittleEndianEncoding, "UTF-16LE" },
-    { UTF32BigEndianEncoding, "UTF-32BE" },
-    { UTF32LittleEndianEncoding, "UTF-32LE" },
-    { 1, "US-ASCII" },
-    { 3, "EUC-JP" },
-    { 8, "SHIFT_JIS" },
-    { 9, "ISO-8859-2" },
-    { 11, "WINDOWS-1251" },
-    { 12, "WINDOWS-1252" },
-    { 13, "WINDOWS-1253" },
-    { 14, "WINDOWS-1254" },
-    { 15, "WINDOWS-1250" },
-    { 21, "ISO-2022-JP" },
-    { 0x80000205, "ISO-8859-5" },
-    { 0x80000207, "ISO-8859-7" },
-    { 0x80000209, "ISO-8859-9" },
-    { 0x8000020F, "ISO-8859-15" },
-    { 0x80000632, "GB18030" },
-    { 0x80000930, "GBK" },
-    { 0x80000940, "EUC-KR" },
-    { 0x80000A02, "KOI8-R" },
-    { 0x80000A03, "BIG5" },
+    { UTF8Encoding, "UTF-8", { "UTF8" } },
+    { ISOLatin1Encoding, "ISO-8859-1", { "LATIN1", "ISO_8859-1", "L1" } },
+    { UnicodeEncoding, "UTF-16", {} },
+    { MacOSRomanEncoding, "MACINTOSH", { "X-MAC-ROMAN", "MAC" } },
+    { UTF16BigEndianEncoding, "UTF-16BE", {} },
+    { UTF16LittleEndianEncoding, "UTF-16LE", {} },
+    { UTF32BigEndianEncoding, "UTF-32BE", {} },
+    { UTF32LittleEndianEncoding, "UTF-32LE", {} },
+    { 1, "US-ASCII", { "ASCII", "ANSI_X3.4-1968" } },
+    { 3, "EUC-JP", {} },
+    { 8, "SHIFT_JIS", { "SJIS", "X-SJIS" } },
+    { 9, "ISO-8859-2", { "LATIN2" } },
+    { 11, "WINDOWS-1251", {} },
+    { 12, "WINDOWS-1252", {} },
+    { 13, "WINDOWS-1253", {} },
+    { 14, "WINDOWS-1254", {} },
+    { 15, "WINDOWS-1250", {} },
+    { 21, "ISO-2022-JP", {} },
+    { 0x80000205, "ISO-8859-5", {} },
+    { 0x80000207, "ISO-8859-7", {} },
+    { 0x80000209, "ISO-8859-9", {} },
+    { 0x8000020F, "ISO-8859-15", { "LATIN-9" } },
+    { 0x80000632, "GB18030", {} },
+    { 0x80000930, "GBK", { "GB2312" } },
+    { 0x80000940, "EUC-KR", {} },
+    { 0x80000A02, "KOI8-R", {} },
+    { 0x80000A03, "BIG5", {} },
 };
 constexpr quint32 RegistryBase = 0xA0000000;
-
-// ICU's name for a charset name, or an empty array when ICU does not know it.
-QByteArray icuName(const QByteArray &name)
-{
-    UErrorCode status = U_ZERO_ERROR;
-    UConverter *conv = ucnv_open(name.constData(), &status);
-    if (U_FAILURE(status))
-        return QByteArray();
-    const QByteArray canonical = ucnv_getName(conv, &status);
-    ucnv_close(conv);
-    return U_SUCCESS(status) ? canonical : QByteArray();
-}
 
 bool iconvKnows(const QByteArray &name)
 {
@@ -90,8 +80,17 @@ bool iconvKnows(const QByteArray &name)
 struct Registered
 {
     QByteArray name; // as first asked for; iconv and ICU open it by this name
-    QByteArray key; // ICU's canonical name, or the upper-case name
+    QByteArray key; // the upper-case name
 };
+
+bool icuKnows(const QByteArray &name)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    UConverter *conv = ucnv_open(name.constData(), &status);
+    if (U_SUCCESS(status))
+        ucnv_close(conv);
+    return U_SUCCESS(status);
+}
 
 QMutex registryLock;
 QList<Registered> &nameRegistry()
@@ -124,14 +123,13 @@ QString iconvDecode(const QByteArray &bytes, const QByteArray &from, bool *known
     char *in = const_cast<char *>(bytes.constData());
     size_t inLeft = size_t(bytes.size());
     qsizetype used = 0;
-    bool flushed = false;
     bool ok = true;
-    while (true) {
+    // Convert, then flush a stateful set's final shift; grow on E2BIG.
+    for (bool flushing = false;;) {
         char *o = out.data() + used;
         size_t outLeft = size_t(out.size() - used);
-        const size_t r = flushed ? 0
-            : inLeft             ? iconv(cd, &in, &inLeft, &o, &outLeft)
-                     : iconv(cd, nullptr, nullptr, &o, &outLeft); // a stateful set's final shift
+        const size_t r = flushing ? iconv(cd, nullptr, nullptr, &o, &outLeft)
+                                  : iconv(cd, &in, &inLeft, &o, &outLeft);
         used = out.size() - qsizetype(outLeft);
         if (r == size_t(-1) && errno == E2BIG) {
             out.resize(out.size() * 2);
@@ -141,10 +139,9 @@ QString iconvDecode(const QByteArray &bytes, const QByteArray &from, bool *known
             ok = false;
             break;
         }
-        if (inLeft == 0 && flushed)
+        if (flushing)
             break;
-        if (inLeft == 0)
-            flushed = true;
+        flushing = true;
     }
     iconv_close(cd);
     if (!ok)
@@ -184,20 +181,18 @@ quint32 encodingForIANACharSetName(const QString &name)
     if (latin.isEmpty() || latin.contains('\0') || name != QString::fromLatin1(latin))
         return 0;
     const QByteArray upper = latin.toUpper();
-    for (const Charset &c : charsets)
+    for (const Charset &c : charsets) {
         if (upper == c.iconvName)
             return c.encoding;
-    // Aliases resolve through ICU: one number per character set.
-    QByteArray key = icuName(latin);
-    if (!key.isEmpty()) {
-        for (const Charset &c : charsets)
-            if (key == icuName(c.iconvName))
+        for (const char *alias : c.aliases)
+            if (upper == alias)
                 return c.encoding;
-    } else if (iconvKnows(latin)) {
-        key = upper;
-    } else {
-        return 0; // unknown: the caller's fallback applies
     }
+    // Every spelling its own number: iconv's aliases do not always mean
+    // what ICU's do (KOI8, TURKISH8), and iconv decodes first.
+    const QByteArray key = upper;
+    if (!iconvKnows(latin) && !icuKnows(latin))
+        return 0; // unknown: the caller's fallback applies
     QMutexLocker lock(&registryLock);
     QList<Registered> &names = nameRegistry();
     for (qsizetype i = 0; i < names.size(); ++i)

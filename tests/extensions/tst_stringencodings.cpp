@@ -35,6 +35,7 @@ private slots:
     void htmlDeclaredCharset();
     void percentEscapesAgreeWithQUrl();
     void detectionAgreesWithPythonCodecs();
+    void charsetsAgreeWithIconv();
     void md5AgreesWithPython();
     void htmlEntitiesAgreeWithPython();
     void htmlImportAgreesWithPythonParser();
@@ -138,6 +139,56 @@ void tst_StringEncodings::detectionAgreesWithPythonCodecs()
         if (got != c[1].toString())
             QFAIL(qPrintable(c[0].toString() + QStringLiteral(": ") + got.left(40)));
     }
+}
+
+void tst_StringEncodings::charsetsAgreeWithIconv()
+{
+    // Every name iconv(1) lists decodes two samples as the iconv command
+    // does: printable ASCII, and the bytes 0x80 to 0xFF.
+    const QByteArray samples[] = { QByteArray("Hello, world! 0123"), [] {
+                                      QByteArray high;
+                                      for (int b = 0x80; b <= 0xFF; ++b)
+                                          high.append(char(b));
+                                      return high;
+                                  }() };
+    const QString script = QStringLiteral(
+        "set -o pipefail\n"
+        "for name in $(iconv -l | tr ',' '\\n' | sed 's|//||; s/ //g'); do\n"
+        "  for sample in \"$@\"; do\n"
+        "    if out=$(printf '%s' \"$sample\" | base64 -d | iconv -f \"$name\" -t UTF-8 "
+        "2>/dev/null | base64 -w0); then echo \"$name ok $out\"; else echo \"$name bad\"; fi\n"
+        "  done\n"
+        "done\n");
+    QProcess shell;
+    shell.start(QStringLiteral("bash"),
+        { QStringLiteral("-c"), script, QStringLiteral("sh"),
+            QString::fromLatin1(samples[0].toBase64()),
+            QString::fromLatin1(samples[1].toBase64()) });
+    QVERIFY(shell.waitForFinished(240000));
+    const QStringList lines
+        = QString::fromLatin1(shell.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    QVERIFY(lines.size() > 2000);
+    QStringList differ;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QStringList f = lines.at(i).split(u' ');
+        const quint32 encoding = encodingForIANACharSetName(f.at(0));
+        if (encoding == 0) {
+            differ << f.at(0) + QStringLiteral(" unknown");
+            continue;
+        }
+        const QString got = decode(samples[i % 2], encoding);
+        const QString want = f.at(1) == u"ok"
+            ? QString::fromUtf8(QByteArray::fromBase64(f.value(2).toLatin1()))
+            : QString();
+        if (got != want || got.isNull() != want.isNull())
+            differ << f.at(0);
+    }
+    // Kept on purpose: MacRoman is the platform's table (0xDB is the euro
+    // sign); "Unicode" reads big-endian without a mark (iconv: little); the
+    // UTF-16 forms keep lone surrogates as units, as the platform's strings do.
+    QCOMPARE(
+        differ, QStringList({ "MAC", "MACINTOSH", "UTF-16", "UTF-16", "UTF-16BE", "UTF-16LE" }));
+    QCOMPARE(encodingForIANACharSetName(QStringLiteral("no-such-charset")), 0u);
 }
 
 void tst_StringEncodings::reasonableTextFactorScores_data()
