@@ -50,8 +50,9 @@ QByteArray limitNesting(const QByteArray &html)
     std::vector<std::pair<qsizetype, qsizetype>> dropped;
     const qsizetype n = html.size();
     const char *s = html.constData();
+    const QByteArray lower = html.toLower(); // end tags of raw text in any case
     auto find = [&](const char *what, qsizetype from) {
-        const qsizetype at = html.indexOf(what, from);
+        const qsizetype at = lower.indexOf(what, from);
         return at < 0 ? n : at + qsizetype(qstrlen(what));
     };
     for (qsizetype i = 0; i < n;) {
@@ -103,7 +104,7 @@ QByteArray limitNesting(const QByteArray &html)
                     break;
                 }
         } else if (isRawText(name)) {
-            i = find(("</" + name).constData(), i); // case differences only end it later
+            i = find(("</" + name).constData(), i);
         } else if (!isVoid(name) && !selfClosing) {
             static const char *const selfClosers[]
                 = { "p", "li", "dt", "dd", "tr", "td", "th", "option" };

@@ -228,7 +228,9 @@ QString platformReadWithDetectedEncoding(const QByteArray &bytes)
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<UCharsetDetector, decltype(&ucsdet_close)> detector(
         ucsdet_open(&status), ucsdet_close);
-    ucsdet_setText(detector.get(), bytes.constData(), int32_t(bytes.size()), &status);
+    // The first megabyte tells as much as the whole.
+    ucsdet_setText(detector.get(), bytes.constData(),
+        int32_t(qMin<qsizetype>(bytes.size(), 1 << 20)), &status);
     const UCharsetMatch *match = ucsdet_detect(detector.get(), &status);
     if (U_FAILURE(status) || !match)
         return QString();
