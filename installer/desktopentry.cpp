@@ -99,6 +99,11 @@ std::string DesktopEntry::fileId(std::string_view identifier, std::string_view b
     return id;
 }
 
+std::string DesktopEntry::systemFileId(std::string_view id)
+{
+    return std::string(kSystemIdPrefix) + std::string(id);
+}
+
 bool DesktopEntry::isSafeFileId(std::string_view id)
 {
     if (id.empty() || id.size() > 200 || id[0] == '.' || id[0] == '-')

@@ -39,6 +39,12 @@ std::string fileId(std::string_view identifier, std::string_view bundleBaseName)
 // answers, not empty, at most 200 bytes.
 bool isSafeFileId(std::string_view id);
 
+// The file id of a system install's entry and icon: the bundle's id in a
+// namespace of ours, so that it can never take the name of a
+// distribution's entry ("vim" stays "quillet-app.vim").
+constexpr std::string_view kSystemIdPrefix = "quillet-app.";
+std::string systemFileId(std::string_view id);
+
 // The entry's text, UTF-8.
 std::string text(const Fields &fields);
 

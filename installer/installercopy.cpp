@@ -16,6 +16,8 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
+#include <functional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -39,10 +41,30 @@ bool optionKeyHeld()
     return held;
 }
 
+// The helper to run: the one installed with the system (root's, in
+// <libexec>/quillet, which its polkit action names), else the bundle's own,
+// which pkexec runs under its generic action: the administrator then
+// authorizes that exact program each time.
+QString privilegedTool()
+{
+    if (!g_helperPath.isEmpty())
+        return g_helperPath;
+#ifdef QUILLET_INSTALLED_HELPER
+    struct stat st;
+    if (::stat(QUILLET_INSTALLED_HELPER, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == 0
+        && !(st.st_mode & (S_IWGRP | S_IWOTH)))
+        return QStringLiteral(QUILLET_INSTALLED_HELPER);
+#endif
+    const QString own = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
+    return own.isEmpty() ? QStringLiteral("train") : own;
+}
+
 // Runs the helper as root. 0: it ran and succeeded; -1: it failed or was
 // killed; kAuthorizationCanceled: the password dialog was dismissed; any
-// other code: it could not be started.
-int runPrivilegedTool(const QString &tool, const QStringList &arguments, const QByteArray &input)
+// other code: it could not be started. `authorized` runs once the helper
+// says it runs, which it does first, so once the user is authorized.
+int runPrivilegedTool(const QString &tool, const QStringList &arguments, const QByteArray &input,
+    const std::function<void()> &authorized)
 {
     QString command = VXUserDefaults::standard().stringForKey(QStringLiteral("elevationCommand"));
     if (command.trimmed().isEmpty())
@@ -50,7 +72,7 @@ int runPrivilegedTool(const QString &tool, const QStringList &arguments, const Q
     QStringList parts = QProcess::splitCommand(command);
     const QString program = parts.takeFirst();
     QProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(program, parts + QStringList { tool } + arguments);
     if (!process.waitForStarted(-1)) {
         vxLog(QStringLiteral("AuthorizationExecuteWithPrivileges failed (%s)"), tool);
@@ -60,6 +82,15 @@ int runPrivilegedTool(const QString &tool, const QStringList &arguments, const Q
     // never runs leaves it unread, which QProcess copes with.
     process.write(input);
     process.closeWriteChannel();
+    QByteArray said;
+    while (process.state() != QProcess::NotRunning) {
+        process.waitForReadyRead(100);
+        if (said.size() < 64
+            && (said += process.readAllStandardOutput()).contains("authorized\n")) {
+            said.fill('-', 64);
+            authorized();
+        }
+    }
     process.waitForFinished(-1);
     if (process.exitStatus() != QProcess::NormalExit) {
         vxLog(QStringLiteral("!WIFEXITED"));
@@ -170,9 +201,7 @@ bool InstallerWinController::authorizedInstall(
         return false;
     QMetaObject::invokeMethod(
         this, [this] { animateProgress(false); }, Qt::QueuedConnection);
-    QString tool = g_helperPath;
-    if (tool.isEmpty())
-        tool = VXBundle::mainBundle().pathForResource(QStringLiteral("train"));
+    const QString tool = privilegedTool();
     // The helper registers a bundle it puts into the system folder for all
     // users, from what it is told about the bundle on its standard input.
     const QByteArray request = Workspace::helperRequest(source);
@@ -181,14 +210,16 @@ bool InstallerWinController::authorizedInstall(
         arguments.prepend(QStringLiteral("--desktop-entry"));
     if (!wrapper.isEmpty())
         arguments << wrapper;
-    const int status
-        = runPrivilegedTool(tool.isEmpty() ? QStringLiteral("train") : tool, arguments, request);
+    // Progress shows again once the password dialog is done with, while
+    // the helper copies.
+    const int status = runPrivilegedTool(tool, arguments, request, [this] {
+        QMetaObject::invokeMethod(
+            this, [this] { animateProgress(true); }, Qt::QueuedConnection);
+    });
     if (status == kAuthorizationCanceled) {
         if (canceled)
             *canceled = true;
         return false;
     }
-    QMetaObject::invokeMethod(
-        this, [this] { animateProgress(true); }, Qt::QueuedConnection);
     return status == 0;
 }

@@ -76,7 +76,8 @@ QByteArray iconPng(const VXBundle &bundle)
 
 QString systemEntryPath(const QString &id)
 {
-    return QString::fromUtf8(DesktopEntry::kSystemDataFolder) + QLatin1String("/applications/") + id
+    return QString::fromUtf8(DesktopEntry::kSystemDataFolder) + QLatin1String("/applications/")
+        + QString::fromStdString(DesktopEntry::systemFileId(id.toStdString()))
         + QLatin1String(".desktop");
 }
 

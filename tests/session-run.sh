@@ -43,16 +43,18 @@ export QT_QPA_PLATFORM=offscreen
 unset DBUS_SESSION_BUS_ADDRESS
 
 if [ "$x11" = 1 ]; then
-  # A free display number: the lowest without a lock file.
-  n=90
-  while [ -e "/tmp/.X$n-lock" ] || [ -e "/tmp/.X11-unix/X$n" ]; do n=$((n + 1)); done
-  Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp -noreset >"$home/xvfb.log" 2>&1 &
+  # Xvfb picks a free display itself (-displayfd): choosing one by looking
+  # for lock files races with tests that start at the same time.
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp -noreset \
+    3>"$home/display" >"$home/xvfb.log" 2>&1 &
   pids+=($!)
-  export DISPLAY=":$n" QT_QPA_PLATFORM=xcb
-  for _ in $(seq 1 100); do
-    [ -e "/tmp/.X11-unix/X$n" ] && break
+  for _ in $(seq 1 200); do
+    [ -s "$home/display" ] && break
     sleep 0.05
   done
+  n=$(tr -dc 0-9 <"$home/display")
+  [ -n "$n" ] || { echo "session-run: Xvfb did not start" >&2; cat "$home/xvfb.log" >&2; exit 1; }
+  export DISPLAY=":$n" QT_QPA_PLATFORM=xcb
   if [ "$wm" = 1 ]; then
     openbox --sm-disable >"$home/openbox.log" 2>&1 &
     pids+=($!)

@@ -97,13 +97,16 @@ class SystemShareGuard
 public:
     static QString applications() { return QStringLiteral("/usr/local/share/applications"); }
     static QString icons() { return QStringLiteral("/usr/local/share/icons"); }
+    // Where the helper writes the entry and icon of a bundle with this id.
+    static QString systemId(const QString &id) { return QStringLiteral("quillet-app.") + id; }
     static QString iconFile(const QString &id)
     {
-        return icons() + QStringLiteral("/hicolor/256x256/apps/") + id + QStringLiteral(".png");
+        return icons() + QStringLiteral("/hicolor/256x256/apps/") + systemId(id)
+            + QStringLiteral(".png");
     }
     static QString entryFile(const QString &id)
     {
-        return applications() + QLatin1Char('/') + id + QStringLiteral(".desktop");
+        return applications() + QLatin1Char('/') + systemId(id) + QStringLiteral(".desktop");
     }
 
     SystemShareGuard()

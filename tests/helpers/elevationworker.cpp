@@ -3,7 +3,8 @@
 //
 // Puts a bundle in place through the installer's own copy step, as whoever
 // starts it, so that a test can take the privileged path as an
-// unprivileged user: elevationworker SOURCE DESTINATION HELPER.
+// unprivileged user: elevationworker SOURCE DESTINATION [HELPER]; without
+// a helper, the installer chooses it as it always does.
 // Prints "result: null" when the product was installed, else "result: "
 // and the message the installer would show; the log goes to standard error.
 #include "installer/installerwincontroller.h"
@@ -14,10 +15,11 @@
 int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
-    if (argc != 4)
+    if (argc != 3 && argc != 4)
         return 64;
     const QStringList args = QCoreApplication::arguments();
-    InstallerWinController::setHelperPath(args[3]);
+    if (argc == 4)
+        InstallerWinController::setHelperPath(args[3]);
     InstallerWinController controller({ { args[0], "-sourcePath", args[1], "-destinationPath",
                                             args[2], "-productName", "Foo", "-version", "2.0" },
         false, QString() });

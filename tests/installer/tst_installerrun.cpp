@@ -103,7 +103,8 @@ void TestInstallerRun::freshInstall()
     Run run(fixture, { "-productName", "Foo", "-version", "2.0" });
     QVERIFY(run.start());
     const QString destination = fixture.applications + "/Foo.app";
-    QVERIFY(run.finished.first().first().toString().isNull());
+    QVERIFY2(run.finished.first().first().toString().isNull(),
+        qPrintable(run.finished.first().first().toString() + "\n" + run.messages().join('\n')));
     QCOMPARE(
         run.controller.introField()->text(), QStringLiteral("Foo was successfully installed."));
     QCOMPARE(run.controller.installButton()->text(), QStringLiteral("OK"));

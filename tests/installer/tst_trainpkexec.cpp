@@ -19,15 +19,19 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
 #include <grp.h>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-const QString kHelper
+// The helper as the system has it installed, where the action points; the
+// test puts the built one there when none is.
+const QString kHelper = QStringLiteral(QUILLET_INSTALLED_HELPER);
+const QString kBuiltHelper
     = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train");
-const QString kWorker = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/elevationworker");
+const QString kBuiltWorker = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/elevationworker");
 const QString kPolicy
     = QStringLiteral(QUILLET_SOURCE_DIR "/resources/polkit/dev.quillet.installer.policy");
 const QString kActionId = QStringLiteral("dev.quillet.installer.train");
@@ -79,6 +83,11 @@ public:
             if (!m_savedAction.isNull())
                 writeFile(kActionFile, m_savedAction);
         }
+        if (m_installedHelper) {
+            QFile::remove(kHelper);
+            for (const QString &folder : std::as_const(m_madeFolders))
+                QDir().rmdir(folder);
+        }
         for (QProcess *daemon : { &m_polkitd, &m_bus }) {
             if (daemon->state() != QProcess::NotRunning) {
                 daemon->terminate();
@@ -104,6 +113,17 @@ public:
         if (from < key.size() || to < 0)
             return QStringLiteral("the shipped action names no helper path");
         policy.replace(from, to - from, kHelper.toUtf8());
+        if (!QFileInfo::exists(kHelper)) {
+            for (QString folder = QFileInfo(kHelper).path(); !QFileInfo::exists(folder);
+                 folder = QFileInfo(folder).path())
+                m_madeFolders.prepend(folder);
+            QDir().mkpath(QFileInfo(kHelper).path());
+            m_installedHelper = QFile::copy(kBuiltHelper, kHelper)
+                && ::chmod(QFile::encodeName(kHelper).constData(), 0755) == 0;
+            std::reverse(m_madeFolders.begin(), m_madeFolders.end());
+            if (!m_installedHelper)
+                return QStringLiteral("cannot install the helper at ") + kHelper;
+        }
         if (QFile::exists(kActionFile))
             m_savedAction = readFile(kActionFile);
         m_wroteAction = true;
@@ -170,6 +190,8 @@ public:
 private:
     QProcess m_bus, m_polkitd;
     bool m_startedBus = false, m_madeRunDbus = false, m_wroteAction = false;
+    bool m_installedHelper = false;
+    QStringList m_madeFolders; // for the helper, innermost first
     QByteArray m_savedAction;
     QString m_rules;
 };
@@ -213,6 +235,7 @@ private:
     std::optional<SystemPolkit> m_polkit;
     std::optional<SystemShareGuard> m_share;
     QProcess m_userProcess; // a process of the user for pkcheck to ask about
+    QString m_worker; // the installer's copy step, where the user can run it
 };
 
 void TestTrainPkexec::initTestCase()
@@ -251,6 +274,12 @@ void TestTrainPkexec::initTestCase()
     QDir().mkpath(m_source + "/Contents/Resources");
     QVERIFY(icon.save(m_source + "/Contents/Resources/Foo.png", "PNG"));
     QProcess::execute("chmod", { "-R", "a+rX", m_dir.path() + "/Volume" });
+    // The build may lie where the user cannot enter (a clone under /root).
+    m_worker = m_dir.path() + "/bin/elevationworker";
+    QDir().mkpath(m_dir.path() + "/bin");
+    QVERIFY(QFile::copy(kBuiltWorker, m_worker));
+    QVERIFY(::chmod(QFile::encodeName(m_dir.path() + "/bin").constData(), 0755) == 0);
+    QVERIFY(::chmod(QFile::encodeName(m_worker).constData(), 0755) == 0);
 
     m_share.emplace();
     m_share->watch(m_id);
@@ -298,7 +327,7 @@ TestTrainPkexec::Outcome TestTrainPkexec::runInstallerAsUser(const QString &dest
     QProcess worker;
     worker.setProcessEnvironment(env);
     worker.setWorkingDirectory(home);
-    worker.start("runuser", { "-u", m_user->name, "--", kWorker, m_source, destination, kHelper });
+    worker.start("runuser", { "-u", m_user->name, "--", m_worker, m_source, destination });
     worker.waitForFinished(120000);
     return { worker.exitStatus() == QProcess::NormalExit ? worker.exitCode() : -1,
         QString::fromUtf8(worker.readAllStandardOutput()).trimmed(),
