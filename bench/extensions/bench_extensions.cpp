@@ -167,9 +167,15 @@ public:
     std::map<std::string, double> perIteration;
     void ReportRuns(const std::vector<Run> &runs) override
     {
-        for (const Run &r : runs)
+        // Plain runs, or the median of repetitions
+        // (--benchmark_repetitions=N), in seconds per iteration.
+        for (const Run &r : runs) {
+            if (r.run_type == Run::RT_Aggregate && r.aggregate_name != "median")
+                continue;
             if (r.iterations > 0)
-                perIteration[r.benchmark_name()] = r.real_accumulated_time / double(r.iterations);
+                perIteration[r.run_name.str()]
+                    = r.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(r.time_unit);
+        }
         ConsoleReporter::ReportRuns(runs);
     }
 };
