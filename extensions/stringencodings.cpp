@@ -10,6 +10,7 @@
 #include <QStringDecoder>
 #include <QStringEncoder>
 #include <QUrl>
+#include <QtEndian>
 
 namespace StringExtensions {
 
@@ -28,6 +29,21 @@ static QString decodeWith(
     if (text.isNull())
         text = QStringLiteral("");
     return text;
+}
+
+// Qt's decoder turns code points beyond U+10FFFF into garbage, not errors.
+static bool validUtf32(const QByteArray &bytes, bool bigEndian)
+{
+    if (bytes.size() % 4)
+        return false;
+    const auto *b = reinterpret_cast<const uchar *>(bytes.constData());
+    for (qsizetype i = 0; i < bytes.size(); i += 4) {
+        const quint32 c
+            = bigEndian ? qFromBigEndian<quint32>(b + i) : qFromLittleEndian<quint32>(b + i);
+        if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+            return false;
+    }
+    return true;
 }
 
 QString decode(const QByteArray &bytes, quint32 encoding)
@@ -56,9 +72,11 @@ QString decode(const QByteArray &bytes, quint32 encoding)
     case UTF16LittleEndianEncoding:
         return bytes.size() % 2 ? QString() : decodeWith(C::Utf16LE, C::Flag::Stateless, bytes);
     case UTF32BigEndianEncoding:
-        return bytes.size() % 4 ? QString() : decodeWith(C::Utf32BE, C::Flag::Stateless, bytes);
+        return validUtf32(bytes, true) ? decodeWith(C::Utf32BE, C::Flag::Stateless, bytes)
+                                       : QString();
     case UTF32LittleEndianEncoding:
-        return bytes.size() % 4 ? QString() : decodeWith(C::Utf32LE, C::Flag::Stateless, bytes);
+        return validUtf32(bytes, false) ? decodeWith(C::Utf32LE, C::Flag::Stateless, bytes)
+                                        : QString();
     default:
         return platformDecode(bytes, encoding);
     }
@@ -167,7 +185,9 @@ QString stringWithBestEncodingFromFile(const QString &path)
         if (!text.isNull())
             return text;
     }
-    // No reader that guesses the encoding here: go straight to the trial.
+    const QString detected = platformReadWithDetectedEncoding(bytes);
+    if (!detected.isNull())
+        return detected;
     struct Trial
     {
         quint32 encoding;
@@ -514,128 +534,6 @@ bool appendToFile(const QString &s, const QString &path, quint32 encoding)
     const bool ok = encoded && file.seek(file.size()) && file.write(bytes) == bytes.size();
     file.close();
     return ok;
-}
-
-} // namespace StringExtensions
-
-namespace StringExtensions {
-
-namespace {
-struct Entity
-{
-    const char *name;
-    const char16_t *text;
-};
-const Entity entities[] = {
-#include "htmlentities.inc"
-};
-
-// Longest named reference at s[i] (just behind "&"), as the HTML tokenizer's
-// named character reference state picks it.
-const Entity *matchEntity(const QString &s, qsizetype i, qsizetype *length)
-{
-    const Entity *best = nullptr;
-    QByteArray name;
-    for (qsizetype k = i; k < s.size() && k - i < 32; ++k) {
-        const char16_t c = s.at(k).unicode();
-        if (c >= 128)
-            break;
-        name.append(char(c));
-        auto it = std::lower_bound(std::begin(entities), std::end(entities), name,
-            [](const Entity &e, const QByteArray &n) {
-                return qstrcmp(e.name, n.constData()) < 0;
-            });
-        if (it == std::end(entities) || !QByteArray(it->name).startsWith(name))
-            break;
-        if (name == it->name) {
-            best = it;
-            *length = name.size();
-        }
-        if (c == ';')
-            break;
-    }
-    return best;
-}
-
-void appendCharacterReference(QString &out, quint32 code)
-{
-    if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-        code = 0xFFFD;
-    if (code > 0xFFFF) {
-        out.append(QChar::highSurrogate(code));
-        out.append(QChar::lowSurrogate(code));
-    } else {
-        out.append(QChar(char16_t(code)));
-    }
-}
-} // namespace
-
-QString stringByExpandingHTMLEntities(const QString &s)
-{
-    // The text an HTML import shows: markup dropped, white-space runs shown
-    // as one space, <br> and paragraph ends as line breaks, references
-    // expanded (HTML Living Standard 13.2.5.72-80).
-    QString out;
-    out.reserve(s.size());
-    bool pendingSpace = false;
-    const qsizetype n = s.size();
-    for (qsizetype i = 0; i < n; ++i) {
-        const QChar c = s.at(i);
-        if (c == u'<' && i + 1 < n
-            && (s.at(i + 1).isLetter() || s.at(i + 1) == u'/' || s.at(i + 1) == u'!')) {
-            const qsizetype close = s.indexOf(u'>', i);
-            if (close < 0)
-                break; // an unfinished tag swallows the rest, as in a browser
-            const QString tag = s.mid(i + 1, close - i - 1).toLower();
-            if (tag.startsWith(u"br") || tag == u"/p" || tag.startsWith(u"/div")
-                || tag.startsWith(u"/h")) {
-                out.append(u'\n');
-                pendingSpace = false;
-            }
-            i = close;
-            continue;
-        }
-        if (c == u' ' || c == u'\t' || c == u'\n' || c == u'\r' || c == u'\f') {
-            pendingSpace = !out.isEmpty() && !out.endsWith(u'\n');
-            continue;
-        }
-        if (pendingSpace) {
-            out.append(u' ');
-            pendingSpace = false;
-        }
-        if (c == u'&' && i + 1 < n) {
-            if (s.at(i + 1) == u'#') {
-                qsizetype k = i + 2;
-                const bool hex = k < n && (s.at(k) == u'x' || s.at(k) == u'X');
-                if (hex)
-                    ++k;
-                quint64 code = 0;
-                const qsizetype digitsStart = k;
-                while (k < n
-                    && (hex ? isxdigit(s.at(k).unicode() < 128 ? s.at(k).unicode() : 0)
-                            : (s.at(k) >= u'0' && s.at(k) <= u'9'))) {
-                    code = qMin<quint64>(code * (hex ? 16 : 10)
-                            + QByteArray(1, char(s.at(k).unicode())).toUInt(nullptr, 16),
-                        0x110000);
-                    ++k;
-                }
-                if (k > digitsStart) {
-                    appendCharacterReference(out, quint32(code));
-                    i = (k < n && s.at(k) == u';') ? k : k - 1;
-                    continue;
-                }
-            } else {
-                qsizetype length = 0;
-                if (const Entity *e = matchEntity(s, i + 1, &length)) {
-                    out.append(QString::fromUtf16(e->text));
-                    i += length;
-                    continue;
-                }
-            }
-        }
-        out.append(c);
-    }
-    return out;
 }
 
 } // namespace StringExtensions

@@ -4,7 +4,9 @@
 
 #include "utilities/vxstringcompare.h"
 
+#include <clocale>
 #include <cstdlib>
+#include <locale.h>
 
 namespace StringExtensions {
 
@@ -71,7 +73,11 @@ float floatValue(const QString &s)
             end = j;
         }
     }
-    return s.mid(start, end - start).toLatin1().toFloat();
+    // strtof_l in the C locale: out of range is infinite (or 0), as the
+    // platform reads it, not the 0 of Qt's checked conversion.
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
+    const QByteArray number = s.mid(start, end - start).toLatin1();
+    return strtof_l(number.constData(), nullptr, c);
 }
 
 bool booleanValue(const QString &s)
@@ -199,18 +205,32 @@ QString stringByTrimmingWhitespace(const QString &s)
     return s.mid(begin, end - begin);
 }
 
-static bool isControlCharacter(QChar c)
+// The platform's control-character set: categories Cc and Cf, by code point.
+static bool isControlCharacter(char32_t c)
 {
-    const auto cat = c.category();
+    const auto cat = QChar::category(c);
     return cat == QChar::Other_Control || cat == QChar::Other_Format;
 }
 
 QString asSingleLine(const QString &s)
 {
-    QString work = s;
-    for (QChar &c : work)
-        if (isControlCharacter(c))
-            c = u' ';
+    // Each control character, a surrogate pair included, becomes one space.
+    QString work;
+    work.reserve(s.size());
+    const qsizetype n = s.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        const QChar c = s.at(i);
+        if (c.isHighSurrogate() && i + 1 < n && s.at(i + 1).isLowSurrogate()) {
+            const char32_t code = QChar::surrogateToUcs4(c, s.at(i + 1));
+            if (isControlCharacter(code))
+                work += u' ';
+            else
+                work.append(c).append(s.at(i + 1));
+            ++i;
+        } else {
+            work += isControlCharacter(c.unicode()) ? QChar(u' ') : c;
+        }
+    }
     return trimWhitespace(work);
 }
 
@@ -289,25 +309,34 @@ QString stringByEscapingCharacters(const QString &s, const QString &characters)
     qsizetype pos = find(0, s.size());
     if (pos < 0)
         return s;
-    QString work = s;
+    // The working copy is built once, front to back. Each escape lands at a
+    // position of the unedited input, in the working copy as edited so far:
+    // only the first is sure to land right. Intended. Since positions grow
+    // by at least 2, the copy is always "out" followed by s[source...], and
+    // what lies behind the last escape is never edited again.
+    QString out;
+    out.reserve(s.size() + s.size() / 4 + 2);
+    qsizetype source = 0; // s[source] is the working copy's character at out.size()
     while (pos >= 0) {
-        // Positions come from the unedited input and edit the working copy;
-        // only the first escape is sure to land right. Intended.
-        const QChar c = work.at(pos);
+        const qsizetype skip = pos - out.size();
+        out.append(QStringView(s).mid(source, skip));
+        source += skip;
+        const QChar c = s.at(source++);
         if (c == u'\t')
-            work.replace(pos, 1, QStringLiteral("\\t"));
+            out.append(u"\\t");
         else if (c == u'\r')
-            work.replace(pos, 1, QStringLiteral("\\r"));
+            out.append(u"\\r");
         else if (c == u'\n')
-            work.replace(pos, 1, QStringLiteral("\\n"));
+            out.append(u"\\n");
         else
-            work.insert(pos, u'\\');
+            out.append(u'\\').append(c);
         // The range would run past the input's end; it is clamped to it.
         const qsizetype from = pos + 2;
-        const qsizetype to = qMin(work.size(), s.size());
+        const qsizetype to = qMin(out.size() + (s.size() - source), s.size());
         pos = from < to ? find(from, to) : -1;
     }
-    return work;
+    out.append(QStringView(s).mid(source));
+    return out;
 }
 
 const QString &defaultEscapeSet()
@@ -327,53 +356,68 @@ QString stringByExpandingEscapedCharacters(const QString &s, const QString &char
     }
     if (s.size() < 2)
         return s;
-    QString work = s;
-    bool edited = false;
-    for (qsizetype i = 0; i < work.size() - 1; ++i) {
-        if (work.at(i) != u'\\' || !set.contains(work.at(i + 1)))
+    // One pass, building the result once; a produced character is never
+    // read again as the start of an escape.
+    QString out;
+    const qsizetype n = s.size();
+    qsizetype copied = 0;
+    for (qsizetype i = 0; i < n - 1; ++i) {
+        if (s.at(i) != u'\\' || !set.contains(s.at(i + 1)))
             continue;
-        const QChar next = work.at(i + 1);
-        if (next == u't')
-            work.replace(i, 2, QStringLiteral("\t"));
-        else if (next == u'r')
-            work.replace(i, 2, QStringLiteral("\r"));
-        else if (next == u'n')
-            work.replace(i, 2, QStringLiteral("\n"));
-        else
-            work.remove(i, 1);
-        edited = true;
+        if (out.isNull())
+            out.reserve(n);
+        out.append(QStringView(s).mid(copied, i - copied));
+        const QChar next = s.at(i + 1);
+        out.append(next == u't' ? QChar(u'\t')
+                : next == u'r'  ? QChar(u'\r')
+                : next == u'n'  ? QChar(u'\n')
+                                : next);
+        copied = i + 2;
+        ++i;
     }
-    return edited ? work : s;
+    if (out.isNull())
+        return s;
+    out.append(QStringView(s).mid(copied));
+    return out;
 }
 
 bool expandEscapedControlCharactersIncludingBackslash(QString &s, bool backslash)
 {
     if (s.size() < 2)
         return false;
-    bool changed = false;
-    for (qsizetype i = 0; i < s.size() - 1; ++i) {
+    QString out;
+    const qsizetype n = s.size();
+    qsizetype copied = 0;
+    for (qsizetype i = 0; i < n - 1; ++i) {
         if (s.at(i) != u'\\')
             continue;
         const QChar next = s.at(i + 1);
-        if (next == u'n') {
-            s.replace(i, 2, QStringLiteral("\n"));
-        } else if (next == u'r') {
-            s.replace(i, 2, QStringLiteral("\r"));
-        } else if (next == u't') {
-            s.replace(i, 2, QStringLiteral("\t"));
-        } else if (next == u'\\') {
-            if (backslash)
-                s.replace(i, 2, QStringLiteral("\\"));
-            else
-                ++i; // step over the pair so "\\n" stays as written
-            if (!backslash)
-                continue;
-        } else {
+        QChar produced;
+        if (next == u'n')
+            produced = u'\n';
+        else if (next == u'r')
+            produced = u'\r';
+        else if (next == u't')
+            produced = u'\t';
+        else if (next == u'\\' && backslash)
+            produced = u'\\';
+        if (next == u'\\' && !backslash) {
+            ++i; // step over the pair so "\\n" stays as written
             continue;
         }
-        changed = true;
+        if (produced.isNull())
+            continue;
+        if (out.isNull())
+            out.reserve(n);
+        out.append(QStringView(s).mid(copied, i - copied)).append(produced);
+        copied = i + 2;
+        ++i;
     }
-    return changed;
+    if (out.isNull())
+        return false;
+    out.append(QStringView(s).mid(copied));
+    s = out;
+    return true;
 }
 
 QString stringByExpandingEscapedControlCharactersIncludingBackslash(

@@ -10,4 +10,7 @@ namespace StringExtensions {
 // Decodes in an encoding Qt's own converters do not cover; a null QString
 // when the bytes are invalid or the encoding is unknown.
 QString platformDecode(const QByteArray &bytes, quint32 encoding);
+// The platform's own reading of a file's bytes in the encoding it guesses; a
+// null QString when it has no confident guess.
+QString platformReadWithDetectedEncoding(const QByteArray &bytes);
 } // namespace StringExtensions

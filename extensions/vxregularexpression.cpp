@@ -6,6 +6,7 @@
 #include "utilities/vxlog.h"
 
 #include <mutex>
+#include <unicode/utypes.h>
 
 namespace {
 std::mutex classLock;
@@ -15,8 +16,21 @@ std::function<const char *()> lookupOverride;
 
 const char *lookUpEngine()
 {
-    // Qt's engine is linked in; a platform that lacks one answers null here.
-    return "QRegularExpression";
+    // ICU is linked in; a platform that lacks an engine answers null here.
+    return "uregex";
+}
+
+const UChar *uchars(const QString &s)
+{
+    return reinterpret_cast<const UChar *>(s.utf16());
+}
+
+QString describe(UErrorCode status, const UParseError *where, const QString &pattern)
+{
+    QString text = QString::fromLatin1(u_errorName(status));
+    if (where && where->offset >= 0)
+        text += QStringLiteral(" at offset %1").arg(where->offset);
+    return text + QStringLiteral(" in \"%1\"").arg(pattern);
 }
 } // namespace
 
@@ -42,70 +56,72 @@ void VXRegularExpression::setLookupForTesting(std::function<const char *()> look
     lookupDone = false;
 }
 
-std::optional<QRegularExpression> VXRegularExpression::regularExpressionWithPattern(
+VXRegularExpression::Pattern VXRegularExpression::regularExpressionWithPattern(
     const QString &pattern, unsigned options, QString *error)
 {
     if (!regexAvailable())
-        return std::nullopt;
-    QRegularExpression::PatternOptions qt = QRegularExpression::NoPatternOption;
-    if (options & CaseInsensitive)
-        qt |= QRegularExpression::CaseInsensitiveOption;
-    if (options & AllowCommentsAndWhitespace)
-        qt |= QRegularExpression::ExtendedPatternSyntaxOption;
-    if (options & DotMatchesLineSeparators)
-        qt |= QRegularExpression::DotMatchesEverythingOption;
-    if (options & AnchorsMatchLines)
-        qt |= QRegularExpression::MultilineOption;
-    if (options & UseUnicodeWordBoundaries)
-        qt |= QRegularExpression::UseUnicodePropertiesOption;
-    QRegularExpression re(
-        options & IgnoreMetacharacters ? QRegularExpression::escape(pattern) : pattern, qt);
-    if (!re.isValid()) {
+        return nullptr;
+    static const struct
+    {
+        unsigned option;
+        uint32_t icu;
+    } flags[] = {
+        { CaseInsensitive, UREGEX_CASE_INSENSITIVE },
+        { AllowCommentsAndWhitespace, UREGEX_COMMENTS },
+        { IgnoreMetacharacters, UREGEX_LITERAL },
+        { DotMatchesLineSeparators, UREGEX_DOTALL },
+        { AnchorsMatchLines, UREGEX_MULTILINE },
+        { UseUnixLineSeparators, UREGEX_UNIX_LINES },
+        { UseUnicodeWordBoundaries, UREGEX_UWORD },
+    };
+    uint32_t icuFlags = 0;
+    for (const auto &f : flags)
+        if (options & f.option)
+            icuFlags |= f.icu;
+    UParseError where {};
+    where.offset = -1;
+    UErrorCode status = U_ZERO_ERROR;
+    URegularExpression *re
+        = uregex_open(uchars(pattern), int32_t(pattern.size()), icuFlags, &where, &status);
+    if (U_FAILURE(status)) {
         if (error)
-            *error = QStringLiteral("%1 at offset %2 in \"%3\"")
-                         .arg(re.errorString())
-                         .arg(re.patternErrorOffset())
-                         .arg(pattern);
-        return std::nullopt;
+            *error = describe(status, &where, pattern);
+        return nullptr;
     }
-    return re;
+    return Pattern(re, uregex_close);
 }
 
 QString VXRegularExpression::replace(
-    const QString &text, const QRegularExpression &re, const QString &templ)
+    const QString &text, const Pattern &re, const QString &templ, QString *error)
 {
+    UErrorCode status = U_ZERO_ERROR;
+    // ICU reads the text in place: it stays alive until the end of the call.
+    uregex_setText(re.get(), uchars(text), int32_t(text.size()), &status);
+    const int32_t length
+        = uregex_replaceAll(re.get(), uchars(templ), int32_t(templ.size()), nullptr, 0, &status);
     QString out;
-    qsizetype last = 0;
-    auto it = re.globalMatch(text);
-    while (it.hasNext()) {
-        const QRegularExpressionMatch m = it.next();
-        out += QStringView(text).mid(last, m.capturedStart() - last);
-        for (qsizetype i = 0; i < templ.size(); ++i) {
-            const QChar c = templ.at(i);
-            if (c == u'\\' && i + 1 < templ.size()) {
-                out += templ.at(++i);
-            } else if (c == u'$' && i + 1 < templ.size() && templ.at(i + 1).isDigit()) {
-                // Take as many digits as still name an existing group.
-                int group = templ.at(++i).digitValue();
-                while (i + 1 < templ.size() && templ.at(i + 1).isDigit()
-                    && group * 10 + templ.at(i + 1).digitValue() <= re.captureCount())
-                    group = group * 10 + templ.at(++i).digitValue();
-                if (group <= re.captureCount())
-                    out += m.captured(group);
-            } else {
-                out += c;
-            }
-        }
-        last = m.capturedEnd();
+    if (status == U_BUFFER_OVERFLOW_ERROR || (U_SUCCESS(status) && length == 0)) {
+        status = U_ZERO_ERROR;
+        out.resize(length);
+        uregex_replaceAll(re.get(), uchars(templ), int32_t(templ.size()),
+            reinterpret_cast<UChar *>(out.data()), length, &status);
+        if (status == U_STRING_NOT_TERMINATED_WARNING)
+            status = U_ZERO_ERROR;
     }
-    out += QStringView(text).mid(last);
-    return out;
+    uregex_setText(re.get(), u"", 0, &status);
+    if (U_FAILURE(status)) {
+        if (error)
+            *error = describe(status, nullptr, templ);
+        return QString();
+    }
+    return out.isNull() ? QStringLiteral("") : out;
 }
 
 namespace StringExtensions {
 
-static bool compile(
-    const QString &pattern, bool &notAvailableLogged, std::optional<QRegularExpression> &re)
+// Replaces in place; false (text untouched) when no engine or a bad pattern.
+static bool replaceAll(
+    QString &s, const QString &pattern, const QString &templ, bool &notAvailableLogged)
 {
     if (!VXRegularExpression::regexAvailable()) {
         if (!notAvailableLogged) {
@@ -116,12 +132,14 @@ static bool compile(
         return false;
     }
     QString error;
-    re = VXRegularExpression::regularExpressionWithPattern(
+    const VXRegularExpression::Pattern re = VXRegularExpression::regularExpressionWithPattern(
         pattern, VXRegularExpression::UseUnicodeWordBoundaries, &error);
-    if (!re) {
+    QString replaced = re ? VXRegularExpression::replace(s, re, templ, &error) : QString();
+    if (replaced.isNull()) {
         vxLog(QStringLiteral("Regular expression error: %@"), error);
         return false;
     }
+    s = replaced;
     return true;
 }
 
@@ -129,18 +147,14 @@ QString stringByReplacingOccurrencesOfRegexPattern(
     const QString &s, const QString &pattern, const QString &templ)
 {
     static bool logged = false;
-    std::optional<QRegularExpression> re;
-    if (!compile(pattern, logged, re))
-        return s;
-    return VXRegularExpression::replace(s, *re, templ);
+    QString work = s;
+    return replaceAll(work, pattern, templ, logged) ? work : s;
 }
 
 void replaceOccurrencesOfRegexPattern(QString &s, const QString &pattern, const QString &templ)
 {
     static bool logged = false;
-    std::optional<QRegularExpression> re;
-    if (compile(pattern, logged, re))
-        s = VXRegularExpression::replace(s, *re, templ);
+    replaceAll(s, pattern, templ, logged);
 }
 
 } // namespace StringExtensions

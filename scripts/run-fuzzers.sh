@@ -13,7 +13,7 @@ build="$root/build-fuzz"
 
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DQUILLET_BUILD_FUZZERS=ON -DQUILLET_BUILD_TESTS=OFF -DQUILLET_SANITIZE=ON >/dev/null
-targets="fuzz_stringwithhtml fuzz_escapes fuzz_codepoints"
+targets="fuzz_stringwithhtml fuzz_htmlimport fuzz_escapes fuzz_codepoints"
 # shellcheck disable=SC2086
 ninja -C "$build" -j2 $targets
 

@@ -7,6 +7,10 @@
 //   numeric:   numericCompare vs strverscmp(3)
 //   encoding:  stringWithBestEncodingFromFile on a 1 MB file vs the uchardet
 //              command on the same file (its process start included)
+// and the time per MB of escaping and expanding at 1, 2 and 4 MB (1 MB =
+// 1,000,000 characters), which stays flat when the work is linear:
+//   escape:    stringByEscapingCharacters on quotes, every one escaped
+//   expand:    stringByExpandingEscapedControlCharacters on "\n" pairs
 #include "extensions/stringextensions.h"
 
 #include <QProcess>
@@ -130,12 +134,32 @@ void BM_encoding_uchardet(benchmark::State &state)
     }
 }
 
+void BM_escape(benchmark::State &state)
+{
+    const QString text(state.range(0) * 1000000, u'"');
+    const QString quote = QStringLiteral("\"");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(StringExtensions::stringByEscapingCharacters(text, quote));
+    state.counters["per_MB"] = benchmark::Counter(double(state.range(0)),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+void BM_expand(benchmark::State &state)
+{
+    const QString text = QStringLiteral("\\n").repeated(state.range(0) * 500000);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(StringExtensions::stringByExpandingEscapedControlCharacters(text));
+    state.counters["per_MB"] = benchmark::Counter(double(state.range(0)),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
 BENCHMARK(BM_wildcard_ours);
 BENCHMARK(BM_wildcard_fnmatch);
 BENCHMARK(BM_numeric_ours);
 BENCHMARK(BM_numeric_strverscmp);
 BENCHMARK(BM_encoding_ours)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_encoding_uchardet)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_escape)->Arg(1)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_expand)->Arg(1)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond);
 
 class RatioReporter : public benchmark::ConsoleReporter
 {
@@ -143,9 +167,15 @@ public:
     std::map<std::string, double> perIteration;
     void ReportRuns(const std::vector<Run> &runs) override
     {
-        for (const Run &r : runs)
+        // Plain runs, or the median of repetitions
+        // (--benchmark_repetitions=N), in seconds per iteration.
+        for (const Run &r : runs) {
+            if (r.run_type == Run::RT_Aggregate && r.aggregate_name != "median")
+                continue;
             if (r.iterations > 0)
-                perIteration[r.benchmark_name()] = r.real_accumulated_time / double(r.iterations);
+                perIteration[r.run_name.str()]
+                    = r.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(r.time_unit);
+        }
         ConsoleReporter::ReportRuns(runs);
     }
 };
@@ -165,6 +195,15 @@ int main(int argc, char **argv)
         auto a = reporter.perIteration.find(ours), b = reporter.perIteration.find(peer);
         if (a != reporter.perIteration.end() && b != reporter.perIteration.end() && b->second > 0)
             printf("ratio %s / %s = %.2f\n", ours, peer, a->second / b->second);
+    }
+    for (const char *name : { "BM_escape", "BM_expand" }) {
+        printf("%s ms per MB at 1, 2, 4 MB:", name);
+        for (int mb : { 1, 2, 4 }) {
+            auto it = reporter.perIteration.find(std::string(name) + "/" + std::to_string(mb));
+            if (it != reporter.perIteration.end())
+                printf(" %.2f", it->second * 1000.0 / mb);
+        }
+        printf("\n");
     }
     benchmark::Shutdown();
     return 0;

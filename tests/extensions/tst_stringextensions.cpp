@@ -39,8 +39,6 @@ private slots:
     void edits();
     void expandingControlEscapes_data();
     void expandingControlEscapes();
-    void regexReplacement_data();
-    void regexReplacement();
 };
 
 void tst_StringExtensions::parsersReadTheSameText_data()
@@ -71,6 +69,11 @@ void tst_StringExtensions::parsersReadTheSameText_data()
     row("comma only", "2,5", true, qint64(2), 2.5f, false);
     row("number then unit", " 3.5kg", true, qint64(3), 3.5f, false);
     row("not infinity", "inf", false, qint64(0), 0.0f, false);
+    // Beyond float's range is infinite, whatever the exponent.
+    row("float overflow", "1e50", true, qint64(1), std::numeric_limits<float>::infinity(), false);
+    row("double overflow", "-1e400", true, qint64(-1), -std::numeric_limits<float>::infinity(),
+        false);
+    row("underflow", "1e-400", true, qint64(1), 0.0f, false);
     row("arabic-indic digit", QString(QChar(0x0661)), false, qint64(0), 0.0f, false);
 }
 
@@ -174,6 +177,8 @@ void tst_StringExtensions::trimming_data()
     row("inner breaks and format char", "\ta\r\nb\u200Bc ", "a\r\nb\u200Bc", "a\r\nb\u200Bc",
         "a  b c");
     row("nothing to trim", "x y", "x y", "x y", "x y");
+    row("format char beyond the BMP is one space", "a\U000E0001b", "a\U000E0001b", "a\U000E0001b",
+        "a b");
 }
 
 void tst_StringExtensions::trimming()
@@ -243,9 +248,13 @@ void tst_StringExtensions::edits_data()
     row("escape: only the set, by backslash", escape, "a\tb\"", "\"", "a\tb\\\"");
     // Positions are those of the unedited input: the second escape lands one early.
     row("escape: two apart", escape, "a\"bcd\"e", "\"", "a\\\"bc\\d\"e");
+    row("escape: four, each shifted further", escape, "a\"b\"c\"d\"e", "\"",
+        "a\\\"\\b\\\"\\c\"d\"e");
+    row("escape: controls and quotes mixed", escape, "\t\"x\n\ty\"", "\t\n\"", "\\t\"\\x\n\\ty\"");
     row("escape: nothing to escape", escape, "clean", "\"", "clean");
     row("expand: default set", expandDefault, "a\\nb\\\\c\\q", "", "a\nb\\c\\q");
     row("expand: produced char not re-read", expandDefault, "\\\\n", "", "\\n");
+    row("expand: runs", expandDefault, "\\\\\\\\\\n\\t", "", "\\\\\n\t");
     row("expand: nothing in the set", expandDefault, "plain\\z", "", "plain\\z");
     row("expand: letters", expand, "\\t\\r", "t", "\t\\r");
     row("expand: control chars name letters", expand, "\\t\\r", "\t\r", "\t\r");
@@ -297,29 +306,6 @@ void tst_StringExtensions::expandingControlEscapes()
     QCOMPARE(copy, expected);
     if (!changed)
         QCOMPARE(copy.constData(), text.constData());
-}
-
-void tst_StringExtensions::regexReplacement_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("pattern");
-    QTest::addColumn<QString>("templ");
-    QTest::addColumn<QString>("expected");
-    row("every match, group one", "a1b22", "(\\d+)", "<$1>", "a<1>b<22>");
-    row("whole match", "ab", "b", "[$0]", "a[b]");
-    row("escaped dollar", "ab", "b", "\\$0", "a$0");
-}
-
-void tst_StringExtensions::regexReplacement()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, pattern);
-    QFETCH(QString, templ);
-    QFETCH(QString, expected);
-    QCOMPARE(stringByReplacingOccurrencesOfRegexPattern(text, pattern, templ), expected);
-    QString s = text;
-    replaceOccurrencesOfRegexPattern(s, pattern, templ);
-    QCOMPARE(s, expected);
 }
 
 QTEST_GUILESS_MAIN(tst_StringExtensions)
