@@ -14,7 +14,6 @@ packages=(
   qt6-multimedia-dev qt6-image-formats-plugins qt6-svg-dev qt6-qpa-plugins
   libqt6svg6 libqt6uitools6 libqt6opengl6-dev libgl-dev libplist-dev libx11-dev libxss-dev libxkbcommon-dev libxkbcommon-x11-dev
   libatspi2.0-dev libpulse-dev libbenchmark-dev libglib2.0-dev libxfixes-dev
-  libatspi2.0-dev libpulse-dev libbenchmark-dev
   libicu-dev libgumbo-dev
   # running: session bus, X server and window manager for tests, sound server,
   # privilege elevation, desktop database
