@@ -19,8 +19,8 @@ atspipress=$2 # tests/helpers/atspipress: presses the installer's buttons
 helper=/usr/libexec/quillet/train
 action=/usr/share/polkit-1/actions/dev.quillet.installer.policy
 product=/opt/Sample.app
-entry=/usr/local/share/applications/dev.quillet.sample.desktop
-icon=/usr/local/share/icons/hicolor/256x256/apps/dev.quillet.sample.png
+entry=/usr/local/share/applications/quillet-app.dev.quillet.sample.desktop
+icon=/usr/local/share/icons/hicolor/256x256/apps/quillet-app.dev.quillet.sample.png
 packages=(libquillet-dev quillet-installer)
 
 skip() { echo "SKIP: $*"; exit 77; }
