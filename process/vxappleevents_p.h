@@ -23,4 +23,6 @@ public Q_SLOTS:
 namespace VXAppleEventsPrivate {
 inline constexpr char objectPath[] = "/org/quillet/VX/AppleEvents";
 inline constexpr char interfaceName[] = "org.quillet.VX.AppleEvents";
+// Whether the session has a bus (asking for one without would start one).
+bool sessionBusAvailable();
 } // namespace VXAppleEventsPrivate

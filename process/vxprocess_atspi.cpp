@@ -10,6 +10,7 @@
 // Without an accessibility bus, or for an application that does not publish
 // its interface, the calls fail and are logged.
 #include "utilities/vxlog.h"
+#include "vxappleevents_p.h"
 #include "vxnotificationcenter.h"
 #include "vxprocess.h"
 
@@ -100,8 +101,13 @@ void VXProcess::installAXObserver()
         m_ax.reset(new AXState);
     m_ax->owner = weak_from_this();
     m_ax->pid = unixPID();
-    atspi_init();
-    AtspiAccessible *desktop = atspi_get_desktop(0);
+    // libatspi aborts the program when it finds no accessibility bus; its
+    // address comes from the environment or from the session bus.
+    const bool busReachable = !qEnvironmentVariableIsEmpty("AT_SPI_BUS_ADDRESS")
+        || VXAppleEventsPrivate::sessionBusAvailable();
+    if (busReachable)
+        atspi_init();
+    AtspiAccessible *desktop = busReachable ? atspi_get_desktop(0) : nullptr;
     if (desktop && m_ax->pid != 0) {
         GError *error = nullptr;
         const gint count = atspi_accessible_get_child_count(desktop, &error);

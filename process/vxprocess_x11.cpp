@@ -7,16 +7,21 @@
 // _NET_ACTIVE_WINDOW client message for its windows (EWMH "_NET_ACTIVE_WINDOW",
 // source indication 2, as pagers send it, so the window manager does not
 // apply focus-stealing prevention); it hides by iconifying (ICCCM 4.1.4).
-// Windows without _NET_WM_PID cannot be told apart and are not handled.
+// A window without _NET_WM_PID is taken as its client leader's
+// (ICCCM WM_CLIENT_LEADER); windows of neither cannot be told apart.
+// The applications with windows are the owners of _NET_CLIENT_LIST.
 // Without an X server every call fails quietly.
 #include "vxprocess_p.h"
 
 #include <QCoreApplication>
+#include <QMutex>
+#include <QSet>
 #include <QSocketNotifier>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -71,8 +76,27 @@ std::vector<unsigned long> property(Display *d, Window w, const char *name, Atom
 qint32 pidOfWindow(Display *d, Window w)
 {
     const auto pid = property(d, w, "_NET_WM_PID", XA_CARDINAL);
-    return pid.empty() ? 0 : qint32(pid.front());
+    if (!pid.empty())
+        return qint32(pid.front());
+    const auto leader = property(d, w, "WM_CLIENT_LEADER", XA_WINDOW);
+    if (leader.empty() || Window(leader.front()) == w)
+        return 0;
+    const auto leaderPid = property(d, Window(leader.front()), "_NET_WM_PID", XA_CARDINAL);
+    return leaderPid.empty() ? 0 : qint32(leaderPid.front());
 }
+
+QSet<qint32> clientPids(Display *d)
+{
+    QSet<qint32> pids;
+    for (unsigned long w : property(d, DefaultRootWindow(d), "_NET_CLIENT_LIST", XA_WINDOW))
+        if (const qint32 pid = pidOfWindow(d, Window(w)); pid > 0)
+            pids.insert(pid);
+    return pids;
+}
+
+// The watcher's copy of the window owners, for lookups on any thread.
+QMutex g_windowsLock;
+std::optional<QSet<qint32>> g_windowOwners;
 
 Window activeWindow(Display *d)
 {
@@ -105,22 +129,30 @@ void requestActivation(Display *d, Window w)
         d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
 }
 
-class FrontWatcher : public QObject
+class DisplayWatcher : public QObject
 {
 public:
-    FrontWatcher(DisplayPtr display, std::function<void()> callback, QObject *parent)
+    DisplayWatcher(DisplayPtr display, std::function<void()> windowsChanged,
+        std::function<void()> frontSwitched, QObject *parent)
         : QObject(parent)
         , m_display(std::move(display))
-        , m_callback(std::move(callback))
+        , m_windowsChanged(std::move(windowsChanged))
+        , m_frontSwitched(std::move(frontSwitched))
     {
         Display *d = m_display.get();
         m_activeAtom = XInternAtom(d, "_NET_ACTIVE_WINDOW", False);
+        m_clientListAtom = XInternAtom(d, "_NET_CLIENT_LIST", False);
         XSelectInput(d, DefaultRootWindow(d), PropertyChangeMask);
         m_lastPid = pidOfWindow(d, activeWindow(d));
+        m_owners = clientPids(d);
+        {
+            QMutexLocker lock(&g_windowsLock);
+            g_windowOwners = m_owners;
+        }
         XFlush(d);
         m_notifier = new QSocketNotifier(ConnectionNumber(d), QSocketNotifier::Read, this);
-        connect(m_notifier, &QSocketNotifier::activated, this, &FrontWatcher::drain);
-        QMetaObject::invokeMethod(this, &FrontWatcher::drain, Qt::QueuedConnection);
+        connect(m_notifier, &QSocketNotifier::activated, this, &DisplayWatcher::drain);
+        QMetaObject::invokeMethod(this, &DisplayWatcher::drain, Qt::QueuedConnection);
     }
 
 private:
@@ -130,29 +162,48 @@ private:
         // Reading a property may queue further events in Xlib, where the
         // socket notifier cannot see them: go on until the queue is empty.
         for (;;) {
-            bool changed = false;
+            bool front = false, clients = false;
             while (XPending(d)) {
                 XEvent event;
                 XNextEvent(d, &event);
-                if (event.type == PropertyNotify && event.xproperty.atom == m_activeAtom)
-                    changed = true;
+                if (event.type != PropertyNotify)
+                    continue;
+                front = front || event.xproperty.atom == m_activeAtom;
+                clients = clients || event.xproperty.atom == m_clientListAtom;
             }
-            if (!changed)
+            if (!front && !clients)
                 return;
-            // Only a switch to another application counts, not between its windows.
-            const qint32 pid = pidOfWindow(d, activeWindow(d));
-            // No active window is a passing state between two applications.
-            if (pid != 0 && pid != m_lastPid) {
-                m_lastPid = pid;
-                m_callback();
+            if (clients) {
+                QSet<qint32> owners = clientPids(d);
+                if (owners != m_owners) {
+                    m_owners = owners;
+                    {
+                        QMutexLocker lock(&g_windowsLock);
+                        g_windowOwners = m_owners;
+                    }
+                    m_windowsChanged();
+                }
+            }
+            if (front) {
+                // Only a switch to another application counts, not between
+                // its windows; no active window is a passing state between
+                // two applications.
+                const qint32 pid = pidOfWindow(d, activeWindow(d));
+                if (pid != 0 && pid != m_lastPid) {
+                    m_lastPid = pid;
+                    m_frontSwitched();
+                }
             }
         }
     }
 
     DisplayPtr m_display;
-    std::function<void()> m_callback;
+    std::function<void()> m_windowsChanged;
+    std::function<void()> m_frontSwitched;
     Atom m_activeAtom = None;
+    Atom m_clientListAtom = None;
     qint32 m_lastPid = 0;
+    QSet<qint32> m_owners;
     QSocketNotifier *m_notifier = nullptr;
 };
 
@@ -199,11 +250,23 @@ bool VXProcessPlatform::setHidden(qint32 pid, bool hidden)
     return !windows.empty();
 }
 
-bool VXProcessPlatform::installFrontSwitchWatcher(const std::function<void()> &frontSwitched)
+QSet<qint32> VXProcessPlatform::windowOwnerPids()
+{
+    {
+        QMutexLocker lock(&g_windowsLock);
+        if (g_windowOwners)
+            return *g_windowOwners;
+    }
+    DisplayPtr d = openDisplay();
+    return d ? clientPids(d.get()) : QSet<qint32>();
+}
+
+bool VXProcessPlatform::installWindowWatcher(
+    const std::function<void()> &windowsChanged, const std::function<void()> &frontSwitched)
 {
     DisplayPtr d = openDisplay();
     if (!d || !QCoreApplication::instance())
         return false;
-    new FrontWatcher(std::move(d), frontSwitched, QCoreApplication::instance());
+    new DisplayWatcher(std::move(d), windowsChanged, frontSwitched, QCoreApplication::instance());
     return true;
 }
