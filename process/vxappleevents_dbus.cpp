@@ -22,13 +22,10 @@
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusReply>
-#include <QDBusServiceWatcher>
 #include <QFileInfo>
 #include <QHash>
 #include <QLoggingCategory>
-#include <QMutex>
 #include <QSet>
-#include <optional>
 
 Q_LOGGING_CATEGORY(lcAppleEvents, "quillet.process.events", QtWarningMsg)
 
@@ -184,17 +181,10 @@ QSet<qint32> listBusNamePids(QDBusConnection &bus)
     return pids;
 }
 
-QMutex g_busLock;
-std::optional<QSet<qint32>> g_busPids;
 } // namespace
 
 QSet<qint32> VXProcessPlatform::busNamePids()
 {
-    {
-        QMutexLocker lock(&g_busLock);
-        if (g_busPids)
-            return *g_busPids;
-    }
     // A program without an application object (a command-line lister) does
     // not start Qt's bus thread for this: it sees these applications by
     // their bundle or window only.
@@ -204,6 +194,12 @@ QSet<qint32> VXProcessPlatform::busNamePids()
     return bus.isConnected() ? listBusNamePids(bus) : QSet<qint32>();
 }
 
+void VXBusNameWatcher::nameOwnerChanged(const QString &name, const QString &, const QString &)
+{
+    if (name.startsWith(QLatin1String(kNamePrefix)) && changed)
+        changed();
+}
+
 bool VXProcessPlatform::installBusNameWatcher(const std::function<void()> &changed)
 {
     if (!QCoreApplication::instance() || !sessionBusAvailable())
@@ -211,32 +207,14 @@ bool VXProcessPlatform::installBusNameWatcher(const std::function<void()> &chang
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return false;
-    auto *watcher = new QDBusServiceWatcher(QStringLiteral("org.quillet.VX.*"), bus,
-        QDBusServiceWatcher::WatchForOwnerChange, QCoreApplication::instance());
-    const QSet<qint32> initial = listBusNamePids(bus);
-    {
-        QMutexLocker lock(&g_busLock);
-        g_busPids = initial;
-    }
-    QObject::connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, watcher,
-        [changed](const QString &name, const QString &, const QString &newOwner) {
-            QDBusConnection bus = QDBusConnection::sessionBus();
-            const qint32 claimed = name.startsWith(QLatin1String(kNamePrefix))
-                ? name.mid(int(sizeof kNamePrefix) - 1).toInt()
-                : 0;
-            if (claimed <= 0)
-                return;
-            const qint32 pid = newOwner.isEmpty() ? 0 : verifiedPidOf(bus, name);
-            {
-                QMutexLocker lock(&g_busLock);
-                if (pid > 0)
-                    g_busPids->insert(pid);
-                else
-                    g_busPids->remove(claimed);
-            }
-            changed();
-        });
-    return true;
+    // Every name change of the bus comes here and is filtered by its prefix:
+    // Qt 6.4 offers no namespace match for a signal.
+    auto *watcher = new VXBusNameWatcher(QCoreApplication::instance());
+    watcher->changed = changed;
+    return bus.connect(QStringLiteral("org.freedesktop.DBus"),
+        QStringLiteral("/org/freedesktop/DBus"), QStringLiteral("org.freedesktop.DBus"),
+        QStringLiteral("NameOwnerChanged"), watcher,
+        SLOT(nameOwnerChanged(QString, QString, QString)));
 }
 
 void VXAppleEvents::installDefaultHandlers()

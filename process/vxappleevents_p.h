@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QString>
+#include <functional>
 
 // The object every library process exports on the session bus, at
 // VXAppleEventsPrivate::objectPath under the name serviceNameForPid().
@@ -18,6 +19,18 @@ public Q_SLOTS:
     // Answers 0 when a handler took the event, -1708 (event not handled)
     // otherwise.
     int HandleEvent(uint eventClass, uint eventID, const QString &directParameter);
+};
+
+// Hears the library's event names appear and go on the session bus.
+class VXBusNameWatcher : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    std::function<void()> changed;
+
+public Q_SLOTS:
+    void nameOwnerChanged(const QString &name, const QString &oldOwner, const QString &newOwner);
 };
 
 namespace VXAppleEventsPrivate {

@@ -60,7 +60,7 @@ bool setHidden(qint32 pid, bool hidden);
 QSet<qint32> windowOwnerPids();
 // Watches the window list and the active window and calls back on the
 // calling thread's event loop when either changes; false without an X
-// server. windowOwnerPids() answers from the watcher's copy afterwards.
+// server.
 bool installWindowWatcher(
     const std::function<void()> &windowsChanged, const std::function<void()> &frontSwitched);
 

@@ -8,7 +8,8 @@
 // ended process never reaches a newer one with the same pid.
 //
 // The list holds applications only: processes of the current user that run
-// from a bundle, own a top-level window or own the library's bus name.
+// from a bundle in this session (the same XDG_RUNTIME_DIR), own a top-level
+// window of our display or own the library's name on our session bus.
 // Kernel threads, threads, zombies and other users' processes never count.
 // Launches and ends come from the window list, the bus names and pidfds of
 // applications without either; a scan every few seconds looks only at
@@ -231,7 +232,24 @@ QString executableOf(qint32 pid)
     return exe;
 }
 
-// Whether a process runs from a bundle, kept per process (and its name, as
+// Whether a process belongs to our session: its runtime folder
+// (XDG_RUNTIME_DIR, where the session's bus and display sockets live) is
+// ours; unset in both counts as the same. A process whose environment we
+// may not read is not ours.
+bool inOurSession(qint32 pid)
+{
+    static const QByteArray ours = qgetenv("XDG_RUNTIME_DIR");
+    QFile file(g_procRoot + QLatin1Char('/') + QString::number(pid) + QLatin1String("/environ"));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray theirs;
+    for (const QByteArray &entry : file.readAll().split('\0'))
+        if (entry.startsWith("XDG_RUNTIME_DIR="))
+            theirs = entry.mid(16);
+    return theirs == ours;
+}
+
+// Whether a process runs from a bundle in our session, kept per process (and its name, as
 // a program that replaces itself keeps its serial number): the program file
 // of a process does not change otherwise.
 struct BundleCache
@@ -254,8 +272,8 @@ bool runsFromBundle(const Stat &s, QHash<quint64, std::pair<QString, bool>> *see
     }
     const QString exe = executableOf(s.pid);
     // Most programs are not in a folder named .app: no file look-ups for them.
-    const bool bundled
-        = exe.contains(QLatin1String(".app/")) && !VXProcessPlatform::bundlePathOf(exe).isEmpty();
+    const bool bundled = exe.contains(QLatin1String(".app/"))
+        && !VXProcessPlatform::bundlePathOf(exe).isEmpty() && inOurSession(s.pid);
     QMutexLocker lock(&g_bundles.lock);
     g_bundles.byProcess.insert(key, { s.comm, bundled });
     if (seen)

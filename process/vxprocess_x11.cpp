@@ -94,9 +94,11 @@ QSet<qint32> clientPids(Display *d)
     return pids;
 }
 
-// The watcher's copy of the window owners, for lookups on any thread.
-QMutex g_windowsLock;
-std::optional<QSet<qint32>> g_windowOwners;
+// One connection for lookups from any thread, kept open: a listing asks the
+// server afresh, so it never lags behind the watcher's events.
+QMutex g_queryLock;
+Display *g_queryDisplay = nullptr;
+bool g_queryTried = false;
 
 Window activeWindow(Display *d)
 {
@@ -145,10 +147,6 @@ public:
         XSelectInput(d, DefaultRootWindow(d), PropertyChangeMask);
         m_lastPid = pidOfWindow(d, activeWindow(d));
         m_owners = clientPids(d);
-        {
-            QMutexLocker lock(&g_windowsLock);
-            g_windowOwners = m_owners;
-        }
         XFlush(d);
         m_notifier = new QSocketNotifier(ConnectionNumber(d), QSocketNotifier::Read, this);
         connect(m_notifier, &QSocketNotifier::activated, this, &DisplayWatcher::drain);
@@ -177,10 +175,6 @@ private:
                 QSet<qint32> owners = clientPids(d);
                 if (owners != m_owners) {
                     m_owners = owners;
-                    {
-                        QMutexLocker lock(&g_windowsLock);
-                        g_windowOwners = m_owners;
-                    }
                     m_windowsChanged();
                 }
             }
@@ -252,13 +246,12 @@ bool VXProcessPlatform::setHidden(qint32 pid, bool hidden)
 
 QSet<qint32> VXProcessPlatform::windowOwnerPids()
 {
-    {
-        QMutexLocker lock(&g_windowsLock);
-        if (g_windowOwners)
-            return *g_windowOwners;
+    QMutexLocker lock(&g_queryLock);
+    if (!g_queryTried) {
+        g_queryTried = true;
+        g_queryDisplay = openDisplay().release(); // kept for the life of the program
     }
-    DisplayPtr d = openDisplay();
-    return d ? clientPids(d.get()) : QSet<qint32>();
+    return g_queryDisplay ? clientPids(g_queryDisplay) : QSet<qint32>();
 }
 
 bool VXProcessPlatform::installWindowWatcher(

@@ -22,9 +22,12 @@
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <atomic>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -90,8 +93,11 @@ class TestVXProcess : public QObject
 private Q_SLOTS:
     void cleanup();
     void lookupsShareRecordsAndKeepRecentFirst();
-    void allProcessesListsChildrenNotKernelThreads();
+    void listHoldsApplicationsOnly();
+    void listingOpensNoDescriptorPerProcess();
     void bundledProcessDetails();
+    void gnustepBundleAnswersAlikeInAnyOrder_data();
+    void gnustepBundleAnswersAlikeInAnyOrder();
     void versionFromShortOrBundleVersion_data();
     void versionFromShortOrBundleVersion();
     void classicVersionResource_data();
@@ -107,6 +113,7 @@ private Q_SLOTS:
     void signatureHexWidensHighBytes();
     void diagnosticsReport();
     void unusualProcessTableEntries();
+    void accessibilityWithoutBusIsLogged();
 };
 
 void TestVXProcess::cleanup()
@@ -133,17 +140,75 @@ void TestVXProcess::lookupsShareRecordsAndKeepRecentFirst()
     QVERIFY(!VXProcess::processWithPID(-5));
 }
 
-void TestVXProcess::allProcessesListsChildrenNotKernelThreads()
+void TestVXProcess::listHoldsApplicationsOnly()
 {
-    Child a(kHelpers + "/behaviour");
-    QVERIFY(a.waitReady());
+    // Here (no display, no bus) only a bundle makes an application: a plain
+    // program, although "????" like the bundle without a signature, is found
+    // by its pid but neither listed nor found by signature.
+    QTemporaryDir dir;
+    Child bundled(
+        makeBundle(dir.path(), { { "CFBundleExecutable", "Helper" } }) + "/Contents/Linux/Helper");
+    Child plain(kHelpers + "/behaviour");
+    QVERIFY(bundled.waitReady() && plain.waitReady());
     QList<qint32> pids;
     for (const VXProcessPtr &p : VXProcess::allProcesses())
         pids << p->unixPID();
-    QVERIFY(pids.contains(a.pid()));
-    QVERIFY(pids.contains(qint32(::getpid())));
-    QVERIFY(!pids.contains(2)); // kthreadd
+    QVERIFY(pids.contains(bundled.pid()));
+    QVERIFY(!pids.contains(plain.pid()));
+    QVERIFY(!pids.contains(qint32(::getpid())));
     QVERIFY(std::is_sorted(pids.begin(), pids.end()));
+    QCOMPARE(VXProcess::processWithPID(plain.pid())->signatureString(), QStringLiteral("????"));
+    QCOMPARE(VXProcess::processWithSignatureString("????")->unixPID(), bundled.pid());
+
+    // A thread's id is no process id: no second record of this process.
+    std::atomic<pid_t> tid { 0 };
+    std::atomic<bool> stop { false };
+    std::thread thread([&] {
+        tid = ::gettid();
+        while (!stop)
+            ::usleep(1000);
+    });
+    const auto join = qScopeGuard([&] {
+        stop = true;
+        thread.join();
+    });
+    QTRY_VERIFY(tid != 0);
+    QVERIFY(!VXProcess::processWithPID(tid));
+}
+
+void TestVXProcess::listingOpensNoDescriptorPerProcess()
+{
+    VXProcess::installNotifications();
+    auto descriptors = [] {
+        return QDir("/proc/self/fd")
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+            .size();
+    };
+    // 2,000 sleeping processes of our own, in a process group of their own,
+    // which the shell kills and reaps when its input closes.
+    QProcess sleepers;
+    sleepers.setChildProcessModifier([] { ::setpgid(0, 0); });
+    sleepers.start("sh",
+        { "-c",
+            "i=0; while [ $i -lt 2000 ]; do sleep 600 & i=$((i+1)); done; echo ready; read x; "
+            "kill $(jobs -p); wait" });
+    const auto reap = qScopeGuard([&] {
+        sleepers.closeWriteChannel();
+        if (!sleepers.waitForFinished(60000)) {
+            ::kill(-pid_t(sleepers.processId()), SIGKILL);
+            sleepers.waitForFinished();
+        }
+    });
+    QVERIFY(sleepers.waitForStarted());
+    while (!sleepers.canReadLine() && sleepers.state() == QProcess::Running)
+        sleepers.waitForReadyRead(1000);
+    QVERIFY(sleepers.readLine().startsWith("ready"));
+    const qsizetype before = descriptors();
+    for (int i = 0; i < 3; ++i) {
+        VXProcess::allProcesses();
+        QTest::qWait(200); // whatever watches processes has had its turn
+    }
+    QCOMPARE(descriptors(), before);
 }
 
 void TestVXProcess::bundledProcessDetails()
@@ -188,6 +253,43 @@ void TestVXProcess::bundledProcessDetails()
     QVERIFY(VXProcess::processWithSignatureString("QTst")->isEqual(p));
     QVERIFY(VXProcess::processWithIdentifier("dev.quillet.test.helper")->isEqual(p));
     QVERIFY(!VXProcess::processWithSignatureString("Zzz9"));
+}
+
+void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder_data()
+{
+    QTest::addColumn<QString>("first");
+    for (const char *detail : { "path", "version", "identifier", "platform", "hashString" })
+        QTest::newRow(detail) << QString::fromLatin1(detail);
+}
+
+void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder()
+{
+    // Name.app/Resources/Info-gnustep.plist, the program at the top.
+    QFETCH(QString, first);
+    QTemporaryDir dir;
+    const QString app = dir.path() + "/Gnu.app";
+    QDir().mkpath(app + "/Resources");
+    QFile::copy(kHelpers + "/behaviour", app + "/Gnu");
+    writeFile(app + "/Resources/Info-gnustep.plist",
+        VXPropertyList::toXml({ { "NSExecutable", "Gnu" },
+            { "CFBundleIdentifier", "dev.quillet.gnu" }, { "CFBundleShortVersionString", "4.2" },
+            { "NSPrincipalClass", "NSApplication" } }));
+    Child child(app + "/Gnu");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    const QMap<QString, std::function<QString()>> details {
+        { "path", [&] { return p->path(); } },
+        { "version", [&] { return p->version(); } },
+        { "identifier", [&] { return p->identifier(); } },
+        { "platform", [&] { return p->platform(); } },
+        { "hashString", [&] { return p->hashStringSource(); } },
+    };
+    details.value(first)();
+    QCOMPARE(details.value("path")(), app);
+    QCOMPARE(details.value("version")(), QStringLiteral("4.2"));
+    QCOMPARE(details.value("identifier")(), QStringLiteral("dev.quillet.gnu"));
+    QCOMPARE(details.value("platform")(), QStringLiteral("Cocoa"));
+    QCOMPARE(details.value("hashString")(), QStringLiteral("id:dev.quillet.gnu"));
 }
 
 void TestVXProcess::versionFromShortOrBundleVersion_data()
@@ -531,11 +633,16 @@ void TestVXProcess::unusualProcessTableEntries()
     VXProcessPlatform::setProcRoot(root.path());
     const auto restore = qScopeGuard([] { VXProcessPlatform::setProcRoot(QString()); });
 
-    const QList<VXProcessSerialNumber> serials = VXProcessPlatform::allSerialNumbers();
-    QCOMPARE(serials.size(), 2);
+    // Not applications (no bundle, window or bus name), so not listed, but
+    // found by their pids.
+    QVERIFY(VXProcessPlatform::allSerialNumbers().isEmpty());
+    const QList<VXProcessSerialNumber> serials { VXProcessPlatform::serialNumberForPid(104),
+        VXProcessPlatform::serialNumberForPid(105) };
     QCOMPARE(serials.at(0).highLongOfPSN, 104u);
     QCOMPARE(serials.at(1).highLongOfPSN, 105u);
     QCOMPARE(serials.at(0).lowLongOfPSN, 5000u);
+    QVERIFY(VXProcessPlatform::serialNumberForPid(100).isNull()); // a zombie
+    QVERIFY(VXProcessPlatform::serialNumberForPid(103).isNull()); // a damaged line
     const auto odd = VXProcessPlatform::basicInfo(serials.at(0));
     QVERIFY(odd);
     QCOMPARE(odd->name, QStringLiteral("my (odd) name"));
@@ -550,6 +657,24 @@ void TestVXProcess::unusualProcessTableEntries()
     QVERIFY(VXProcessPlatform::serialNumberForPid(102).isNull());
     QVERIFY(
         VXProcessPlatform::serialNumberForPid(101).isNull()); // kernel threads are no applications
+}
+
+void TestVXProcess::accessibilityWithoutBusIsLogged()
+{
+    // This test has no session bus: the failure lines, and no abort.
+    QVERIFY(qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"));
+    Child child(kHelpers + "/behaviour");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    LogCapture capture;
+    p->addAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+    p->removeAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+    capture.restore();
+    const QString record = p->description();
+    QCOMPARE(capture.messages(),
+        (QStringList { "AX Notifications: Could not create application object for " + record,
+            "AX Notifications: Could not add notification AXFocusedUIElementChanged for "
+                + record }));
 }
 
 QTEST_GUILESS_MAIN(TestVXProcess)
