@@ -16,6 +16,8 @@
 #include <QCoreApplication>
 #include <QMutex>
 #include <QSet>
+#include <dlfcn.h>
+#include <type_traits>
 #include <QSocketNotifier>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -23,6 +25,73 @@
 #include <memory>
 #include <optional>
 #include <vector>
+
+namespace {
+// libX11 is loaded when a window function is first used, not when the
+// program starts: a program that only lists processes never pays for it.
+struct XlibApi
+{
+    decltype(&::XCloseDisplay) p_XCloseDisplay = nullptr;
+    decltype(&::XFlush) p_XFlush = nullptr;
+    decltype(&::XFree) p_XFree = nullptr;
+    decltype(&::XGetWindowProperty) p_XGetWindowProperty = nullptr;
+    decltype(&::XIconifyWindow) p_XIconifyWindow = nullptr;
+    decltype(&::XInternAtom) p_XInternAtom = nullptr;
+    decltype(&::XNextEvent) p_XNextEvent = nullptr;
+    decltype(&::XOpenDisplay) p_XOpenDisplay = nullptr;
+    decltype(&::XPending) p_XPending = nullptr;
+    decltype(&::XSelectInput) p_XSelectInput = nullptr;
+    decltype(&::XSendEvent) p_XSendEvent = nullptr;
+    decltype(&::XSetErrorHandler) p_XSetErrorHandler = nullptr;
+    decltype(&::XSync) p_XSync = nullptr;
+};
+
+const XlibApi *xlib()
+{
+    static const XlibApi *loaded = []() -> const XlibApi * {
+        void *handle = ::dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
+        if (!handle)
+            return nullptr;
+        auto *api = new XlibApi; // kept for the life of the program
+        bool complete = true;
+        auto load = [&](auto &function, const char *name) {
+            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+                ::dlsym(handle, name));
+            complete = complete && function;
+        };
+        load(api->p_XCloseDisplay, "XCloseDisplay");
+        load(api->p_XFlush, "XFlush");
+        load(api->p_XFree, "XFree");
+        load(api->p_XGetWindowProperty, "XGetWindowProperty");
+        load(api->p_XIconifyWindow, "XIconifyWindow");
+        load(api->p_XInternAtom, "XInternAtom");
+        load(api->p_XNextEvent, "XNextEvent");
+        load(api->p_XOpenDisplay, "XOpenDisplay");
+        load(api->p_XPending, "XPending");
+        load(api->p_XSelectInput, "XSelectInput");
+        load(api->p_XSendEvent, "XSendEvent");
+        load(api->p_XSetErrorHandler, "XSetErrorHandler");
+        load(api->p_XSync, "XSync");
+        return complete ? api : nullptr;
+    }();
+    return loaded;
+}
+} // namespace
+
+// Every Xlib call below goes through the loaded library.
+#define XCloseDisplay (xlib()->p_XCloseDisplay)
+#define XFlush (xlib()->p_XFlush)
+#define XFree (xlib()->p_XFree)
+#define XGetWindowProperty (xlib()->p_XGetWindowProperty)
+#define XIconifyWindow (xlib()->p_XIconifyWindow)
+#define XInternAtom (xlib()->p_XInternAtom)
+#define XNextEvent (xlib()->p_XNextEvent)
+#define XOpenDisplay (xlib()->p_XOpenDisplay)
+#define XPending (xlib()->p_XPending)
+#define XSelectInput (xlib()->p_XSelectInput)
+#define XSendEvent (xlib()->p_XSendEvent)
+#define XSetErrorHandler (xlib()->p_XSetErrorHandler)
+#define XSync (xlib()->p_XSync)
 
 namespace {
 
@@ -43,6 +112,8 @@ int ignoreErrors(Display *, XErrorEvent *)
 
 DisplayPtr openDisplay()
 {
+    if (qEnvironmentVariableIsEmpty("DISPLAY") || !xlib())
+        return nullptr;
     static const bool handlerSet = [] {
         XSetErrorHandler(ignoreErrors);
         return true;

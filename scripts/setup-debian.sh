@@ -19,7 +19,7 @@ packages=(
   dbus dbus-x11 xvfb xauth openbox x11-utils xdotool pulseaudio pulseaudio-utils pkexec polkitd
   desktop-file-utils xdg-utils
   # data and peer tools used by tests and benchmarks
-  unicode-data uchardet procps python3
+  unicode-data uchardet procps python3 python3-psutil
 )
 
 missing=()
