@@ -29,7 +29,7 @@ for p in psutil.process_iter(["pid", "name", "exe"]):
 # when its input closes.
 sleepers_pid=
 start_sleepers() {
-  coproc SLEEPERS { setsid sh -c "i=0; while [ \$i -lt $1 ]; do sleep 3600 & i=\$((i+1)); done; echo ready; read x; kill \$(jobs -p); wait"; }
+  coproc SLEEPERS { setsid sh -c "i=0; while [ \$i -lt $1 ]; do sleep 3600 & pids=\"\$pids \$!\"; i=\$((i+1)); done; echo ready; read x; kill \$pids; wait"; }
   sleepers_pid=$SLEEPERS_PID
   read -r _ <&"${SLEEPERS[0]}"
 }
@@ -54,7 +54,7 @@ median() { sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 printf '%-6s %9s %9s %9s %10s %9s %12s %14s\n' extra processes "vxps ms" "ps ms" "psutil ms" "vxps/ps" "vxps/psutil" "in-program ms"
 for extra in 0 1000 5000; do
   [ "$extra" -gt 0 ] && start_sleepers "$extra"
-  n=$(ls -d /proc/[0-9]* | wc -l)
+  n=$( (ls -d /proc/[0-9]* 2>/dev/null || true) | wc -l)
   "$vxps" >/dev/null; ps -eo pid,comm,args >/dev/null; "$python" -c "$psutil_list" >/dev/null
   ours=() theirs=() py=() r1=() r2=()
   for _ in $(seq "$rounds"); do

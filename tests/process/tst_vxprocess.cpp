@@ -102,13 +102,10 @@ private Q_SLOTS:
     void versionFromShortOrBundleVersion();
     void classicVersionResource_data();
     void classicVersionResource();
-    void isAtLeastVersion_data();
-    void isAtLeastVersion();
     void exitedRecordKeepsDetailsButNotLife();
     void reusedPidIsNeverTheOldProcess();
     void quit_data();
     void quit();
-    void quitWithoutPid();
     void cpuTimeOfBusyProcess();
     void signatureHexWidensHighBytes();
     void diagnosticsReport();
@@ -190,8 +187,9 @@ void TestVXProcess::listingOpensNoDescriptorPerProcess()
     sleepers.setChildProcessModifier([] { ::setpgid(0, 0); });
     sleepers.start("sh",
         { "-c",
-            "i=0; while [ $i -lt 2000 ]; do sleep 600 & i=$((i+1)); done; echo ready; read x; "
-            "kill $(jobs -p); wait" });
+            "i=0; while [ $i -lt 2000 ]; do sleep 600 & pids=\"$pids $!\"; i=$((i+1)); done; echo "
+            "ready; "
+            "read x; kill $pids; wait" });
     const auto reap = qScopeGuard([&] {
         sleepers.closeWriteChannel();
         if (!sleepers.waitForFinished(60000)) {
@@ -294,28 +292,48 @@ void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder()
 
 void TestVXProcess::versionFromShortOrBundleVersion_data()
 {
+    // The Info dictionary, the version it gives, and a comparison with it.
     QTest::addColumn<QVariantMap>("info");
     QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("wanted");
+    QTest::addColumn<bool>("atLeast");
+    auto shortVersion = [](const char *v) {
+        return QVariantMap { { "CFBundleShortVersionString", v } };
+    };
     QTest::newRow("short without dot, bundle version")
         << QVariantMap { { "CFBundleShortVersionString", "7" }, { "CFBundleVersion", "7.0.1" } }
-        << "7.0.1";
+        << "7.0.1"
+        << "7.0.2" << false;
     QTest::newRow("short with dot")
         << QVariantMap { { "CFBundleShortVersionString", "2.5" }, { "CFBundleVersion", "250" } }
-        << "2.5";
-    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << "1.0";
-    QTest::newRow("version not a string") << QVariantMap { { "CFBundleVersion", 5 } } << "1.0";
+        << "2.5"
+        << "2.5" << true;
+    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << "1.0"
+                             << "1" << true;
+    QTest::newRow("version not a string") << QVariantMap { { "CFBundleVersion", 5 } } << "1.0"
+                                          << "1.0.1" << false;
+    QTest::newRow("missing component is 0") << shortVersion("1.2.0") << "1.2.0"
+                                            << "1.2" << true;
+    QTest::newRow("compared by value") << shortVersion("1.10") << "1.10"
+                                       << "1.9" << true;
+    QTest::newRow("older by value") << shortVersion("1.9") << "1.9"
+                                    << "1.10" << false;
 }
 
 void TestVXProcess::versionFromShortOrBundleVersion()
 {
     QFETCH(QVariantMap, info);
     QFETCH(QString, version);
+    QFETCH(QString, wanted);
+    QFETCH(bool, atLeast);
     QTemporaryDir dir;
     info.insert("CFBundleExecutable", "Helper");
     info.insert("CFBundleSignature", "QVer");
     Child child(makeBundle(dir.path(), info) + "/Contents/Linux/Helper");
     QVERIFY(child.waitReady());
-    QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    QCOMPARE(p->version(), version);
+    QCOMPARE(p->isAtLeastVersion(wanted), atLeast);
 }
 
 void TestVXProcess::classicVersionResource_data()
@@ -354,37 +372,6 @@ void TestVXProcess::classicVersionResource()
     Child child(program);
     QVERIFY(child.waitReady());
     QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
-}
-
-void TestVXProcess::isAtLeastVersion_data()
-{
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<bool>("atLeast");
-    QTest::newRow("missing component is 0") << "1.2.0"
-                                            << "1.2" << true;
-    QTest::newRow("by value") << "1.10"
-                              << "1.9" << true;
-    QTest::newRow("older") << "1.9"
-                           << "1.10" << false;
-    QTest::newRow("equal") << "2.0"
-                           << "2.0" << true;
-    QTest::newRow("longer wanted") << "2.0"
-                                   << "2.0.1" << false;
-}
-
-void TestVXProcess::isAtLeastVersion()
-{
-    QFETCH(QString, version);
-    QFETCH(QString, wanted);
-    QFETCH(bool, atLeast);
-    QTemporaryDir dir;
-    Child child(
-        makeBundle(dir.path(),
-            { { "CFBundleExecutable", "Helper" }, { "CFBundleShortVersionString", version } })
-        + "/Contents/Linux/Helper");
-    QVERIFY(child.waitReady());
-    QCOMPARE(VXProcess::processWithPID(child.pid())->isAtLeastVersion(wanted), atLeast);
 }
 
 void TestVXProcess::exitedRecordKeepsDetailsButNotLife()
@@ -542,18 +529,6 @@ void TestVXProcess::quit()
         QVERIFY(!p->isStillRunning());
     else if (!quit)
         QVERIFY(p->isStillRunning());
-}
-
-void TestVXProcess::quitWithoutPid()
-{
-    Child gone(kHelpers + "/behaviour", { "gone" });
-    QVERIFY(gone.process.waitForFinished());
-    const VXProcessPtr p = VXProcess::processWithSerialNumber({ quint32(gone.pid()), 1 });
-    LogCapture capture;
-    QVERIFY(!p->quitRunningApplicationWithTimeout(5.0f));
-    capture.restore();
-    QCOMPARE(capture.messages().size(), 1);
-    QVERIFY(capture.messages().first().endsWith(": no pid"));
 }
 
 void TestVXProcess::cpuTimeOfBusyProcess()
