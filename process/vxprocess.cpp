@@ -640,6 +640,7 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
         return false;
     }
     const double deadline = double(timeout);
+    VXProcessPlatform::EndWatch ends(m_psn);
     QElapsedTimer clock;
     clock.start();
     int attempts = 0;
@@ -652,7 +653,7 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
             return true;
         }
         // The 1 ms pause, cut short when the process ends.
-        const bool ended = VXProcessPlatform::waitForEnd(m_psn, 1);
+        const bool ended = ends.wait(1);
         ++attempts;
         if (ended) {
             vxLog(QStringLiteral("quit %@: terminated after %1.3fs (%d attempts)"), processName,
@@ -669,7 +670,7 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
                 processName, clock.nsecsElapsed() / 1e9, attempts + 1);
             return true;
         }
-        const bool ended = VXProcessPlatform::waitForEnd(m_psn, 1);
+        const bool ended = ends.wait(1);
         ++attempts;
         if (ended) {
             vxLog(QStringLiteral("force-quit %@: terminated after %1.3fs (%d attempts)"),

@@ -24,7 +24,8 @@ namespace {
 // not when the program starts.
 struct AtspiApi
 {
-    decltype(&::atspi_accessible_get_child_at_index) p_atspi_accessible_get_child_at_index = nullptr;
+    decltype(&::atspi_accessible_get_child_at_index) p_atspi_accessible_get_child_at_index
+        = nullptr;
     decltype(&::atspi_accessible_get_child_count) p_atspi_accessible_get_child_count = nullptr;
     decltype(&::atspi_accessible_get_name) p_atspi_accessible_get_name = nullptr;
     decltype(&::atspi_accessible_get_process_id) p_atspi_accessible_get_process_id = nullptr;
@@ -180,12 +181,17 @@ void VXProcess::installAXObserver()
     if (desktop && m_ax->pid != 0) {
         GError *error = nullptr;
         const gint count = atspi_accessible_get_child_count(desktop, &error);
-        if (error)
-            { g_error_free(error); error = nullptr; }
+        if (error) {
+            g_error_free(error);
+            error = nullptr;
+        }
         for (gint i = 0; i < count && !m_ax->application; ++i) {
             AtspiAccessible *child = atspi_accessible_get_child_at_index(desktop, i, &error);
             if (error) {
-                { g_error_free(error); error = nullptr; }
+                {
+                    g_error_free(error);
+                    error = nullptr;
+                }
                 continue;
             }
             if (child && qint32(atspi_accessible_get_process_id(child, nullptr)) == m_ax->pid)

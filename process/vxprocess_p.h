@@ -44,9 +44,24 @@ enum class SignalResult { Delivered, Gone, Refused };
 SignalResult sendSignal(const VXProcessSerialNumber &psn, int signal);
 // Whether the process has ended (a zombie has ended).
 bool hasTerminated(const VXProcessSerialNumber &psn);
-// Waits up to timeoutMs for the process to end; true once it has. Without a
-// way to wait (no pidfd) it answers hasTerminated() after a short sleep.
-bool waitForEnd(const VXProcessSerialNumber &psn, int timeoutMs);
+// Waits for one process's end: a pidfd held from construction to
+// destruction, for a caller that waits (a quit). Without pidfds, wait()
+// sleeps and asks hasTerminated().
+class EndWatch
+{
+public:
+    explicit EndWatch(const VXProcessSerialNumber &psn);
+    ~EndWatch();
+    EndWatch(const EndWatch &) = delete;
+    EndWatch &operator=(const EndWatch &) = delete;
+    // Up to timeoutMs; true once the process has ended.
+    bool wait(int timeoutMs);
+
+private:
+    VXProcessSerialNumber m_psn;
+    int m_fd = -1;
+    bool m_ended = false;
+};
 
 // Fault injection for tests: replaces signal delivery, e.g. by one that
 // never reaches the process. An empty function restores the real one.

@@ -214,13 +214,20 @@ bool ownedByUser(qint32 pid)
 // process. Without a status file (a prepared tree) the id counts as one.
 bool isProcessId(qint32 pid)
 {
-    QFile status(g_procRoot + QLatin1Char('/') + QString::number(pid) + QLatin1String("/status"));
-    if (!status.open(QIODevice::ReadOnly))
+    char path[64];
+    const QByteArray root = QFile::encodeName(g_procRoot);
+    std::snprintf(path, sizeof path, "%.40s/%d/status", root.constData(), pid);
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
         return true;
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith("Tgid:"))
-            return line.mid(5).trimmed().toInt() == pid;
-    return true;
+    char buffer[512]; // Tgid is among the first lines
+    const ssize_t n = ::read(fd, buffer, sizeof buffer - 1);
+    ::close(fd);
+    if (n <= 0)
+        return true;
+    buffer[n] = '\0';
+    const char *tgid = std::strstr(buffer, "\nTgid:");
+    return !tgid || std::strtol(tgid + 6, nullptr, 10) == pid;
 }
 
 QString executableOf(qint32 pid)
@@ -395,23 +402,37 @@ bool VXProcessPlatform::hasTerminated(const VXProcessSerialNumber &psn)
     return !liveStat(psn);
 }
 
-bool VXProcessPlatform::waitForEnd(const VXProcessSerialNumber &psn, int timeoutMs)
+VXProcessPlatform::EndWatch::EndWatch(const VXProcessSerialNumber &psn)
+    : m_psn(psn)
+    , m_fd(pidfdOpen(qint32(psn.highLongOfPSN)))
 {
-    const int fd = pidfdOpen(qint32(psn.highLongOfPSN));
-    if (fd < 0) {
-        if (errno != ESRCH)
-            ::usleep(useconds_t(std::min(timeoutMs, 1) * 1000));
-        return hasTerminated(psn);
-    }
     // Checked after the open: the pidfd may belong to a newer process.
-    if (!liveStat(psn)) {
-        ::close(fd);
-        return true;
+    if (m_fd >= 0 && !liveStat(psn)) {
+        ::close(m_fd);
+        m_fd = -1;
+        m_ended = true;
+    } else if (m_fd < 0 && errno == ESRCH) {
+        m_ended = true;
     }
-    pollfd p { fd, POLLIN, 0 };
-    const int ready = ::poll(&p, 1, std::max(timeoutMs, 0));
-    ::close(fd);
-    return ready > 0 || hasTerminated(psn);
+}
+
+VXProcessPlatform::EndWatch::~EndWatch()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+bool VXProcessPlatform::EndWatch::wait(int timeoutMs)
+{
+    if (m_ended)
+        return true;
+    if (m_fd < 0) {
+        ::usleep(useconds_t(std::max(timeoutMs, 0)) * 1000);
+        return m_ended = hasTerminated(m_psn);
+    }
+    // Readable once the process has ended (a zombie has ended).
+    pollfd p { m_fd, POLLIN, 0 };
+    return m_ended = ::poll(&p, 1, std::max(timeoutMs, 0)) > 0;
 }
 
 namespace {

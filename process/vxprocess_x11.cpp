@@ -16,14 +16,14 @@
 #include <QCoreApplication>
 #include <QMutex>
 #include <QSet>
-#include <dlfcn.h>
-#include <type_traits>
 #include <QSocketNotifier>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <dlfcn.h>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace {
