@@ -34,6 +34,11 @@ enum Result : int {
 // is on its way. Answers NoError or one of the codes above.
 int send(
     qint64 pid, quint32 eventClass, quint32 eventID, const QString &directParameter, int timeoutMs);
+// The same, but only while stillThatProcess() answers true once the
+// receiving connection has been found (a record's start-time check): a
+// later process with the same pid never receives the event.
+int sendToProcess(qint64 pid, const std::function<bool()> &stillThatProcess, quint32 eventClass,
+    quint32 eventID, const QString &directParameter, int timeoutMs);
 
 // Every library process quits its application on 'aevt'/'quit'. Installed
 // when the application object is created; a program may replace the handler.

@@ -16,21 +16,49 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QRecursiveMutex>
 #include <QThread>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <list>
 #include <unistd.h>
 
 namespace {
+// The cache: most recently used first, and an index by serial number, so a
+// lookup does not walk the list.
 QRecursiveMutex g_lock;
-QList<VXProcessPtr> g_cache;
+std::list<VXProcessPtr> g_cache;
+QHash<quint64, std::list<VXProcessPtr>::iterator> g_cacheIndex;
 VXProcessPtr g_current;
 std::atomic<quint32> g_changeCount { 0 };
 std::atomic<bool> g_notificationsInstalled { false };
+// A lookup before the application object existed asks for the handler to be
+// installed as soon as it does.
+std::atomic<bool> g_notificationsWanted { false };
+
+quint64 keyOf(const VXProcessSerialNumber &psn)
+{
+    return (quint64(psn.highLongOfPSN) << 32) | psn.lowLongOfPSN;
+}
 
 constexpr quint32 kUnknownSignature = VXFourCharCode::make("????");
+
+// The bundle a program runs from, else the program file itself: the one
+// rule for every detail, whichever is asked first.
+QString pathFor(const QString &executable)
+{
+    if (executable.isEmpty())
+        return QString();
+    const QString bundle = VXProcessPlatform::bundlePathOf(executable);
+    return bundle.isEmpty() ? executable : bundle;
+}
+
+bool isBundlePath(const QString &path)
+{
+    return path.endsWith(QLatin1String(".app")) && QFileInfo(path).isDir();
+}
 
 // The leading integer of a string, 0 when there is none.
 int leadingInteger(const QString &s)
@@ -139,42 +167,50 @@ VXProcessPtr VXProcess::processWithIdentifier(const QString &identifier)
 qsizetype VXProcess::indexOfCachedProcessWithSerialNumber(const VXProcessSerialNumber &psn)
 {
     QMutexLocker lock(&g_lock);
-    for (qsizetype i = 0; i < g_cache.size(); ++i)
-        if (g_cache.at(i)->isSameProcess(psn))
-            return i;
-    return NotFound;
+    const auto hit = g_cacheIndex.constFind(keyOf(psn));
+    if (psn.isNull() || hit == g_cacheIndex.cend())
+        return NotFound;
+    return qsizetype(std::distance(g_cache.begin(), *hit));
 }
 
 VXProcessPtr VXProcess::cachedProcessWithSerialNumber(const VXProcessSerialNumber &psn)
 {
     QMutexLocker lock(&g_lock);
-    const qsizetype index = indexOfCachedProcessWithSerialNumber(psn);
-    if (index == NotFound)
+    const auto hit = g_cacheIndex.constFind(keyOf(psn));
+    if (psn.isNull() || hit == g_cacheIndex.cend())
         return nullptr;
-    VXProcessPtr hit = g_cache.at(index);
-    if (index > 0) { // most recently used first
-        g_cache.insert(0, hit);
-        g_cache.removeAt(index + 1);
-    }
-    return hit;
+    // most recently used first
+    g_cache.splice(g_cache.begin(), g_cache, *hit);
+    return g_cache.front();
 }
 
 void VXProcess::addToCache()
 {
     QMutexLocker lock(&g_lock);
-    g_cache.insert(0, shared_from_this());
+    const quint64 key = keyOf(m_psn);
+    if (const auto old = g_cacheIndex.constFind(key); old != g_cacheIndex.cend())
+        g_cache.erase(*old); // one record per process
+    g_cache.push_front(shared_from_this());
+    g_cacheIndex.insert(key, g_cache.begin());
 }
 
 void VXProcess::cleanupCache()
 {
     QMutexLocker lock(&g_lock);
-    g_cache.removeIf([](const VXProcessPtr &p) { return !p->isStillRunning(); });
+    for (auto it = g_cache.begin(); it != g_cache.end();) {
+        if ((*it)->isStillRunning()) {
+            ++it;
+            continue;
+        }
+        g_cacheIndex.remove(keyOf((*it)->m_psn));
+        it = g_cache.erase(it);
+    }
 }
 
 QList<VXProcessPtr> VXProcess::cachedProcesses()
 {
     QMutexLocker lock(&g_lock);
-    return g_cache;
+    return QList<VXProcessPtr>(g_cache.cbegin(), g_cache.cend());
 }
 
 // ---- Identity
@@ -212,18 +248,16 @@ int VXProcess::compare(const VXProcessPtr &other) const
 
 bool VXProcess::getProcessInfo()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_name.isEmpty())
         return true;
     const auto info = VXProcessPlatform::basicInfo(m_psn);
     if (!info)
         return false;
-    QString bundlePath = VXBundle::enclosingBundlePath(info->executable);
-    std::optional<VXBundle> bundle
-        = bundlePath.isEmpty() ? std::nullopt : VXBundle::open(bundlePath);
-    if (bundle && bundle->infoDictionary().isEmpty() && !QFileInfo::exists(bundle->infoPlistPath()))
-        bundle.reset(); // a folder named .app without an Info dictionary is no bundle
     if (!m_path)
-        m_path = bundle ? bundlePath : (info->executable.isEmpty() ? QString() : info->executable);
+        m_path = pathFor(info->executable);
+    const std::optional<VXBundle> bundle
+        = isBundlePath(*m_path) ? VXBundle::open(*m_path) : std::nullopt;
     quint32 signature = kUnknownSignature;
     QString name;
     if (bundle) {
@@ -233,7 +267,7 @@ bool VXProcess::getProcessInfo()
             signature = code;
         name = bundle->stringForInfoKey(QStringLiteral("CFBundleName"));
         if (name.isEmpty())
-            name = QFileInfo(bundlePath).completeBaseName();
+            name = QFileInfo(*m_path).completeBaseName();
     }
     if (name.isEmpty())
         name = info->executable.isEmpty() ? info->name : QFileInfo(info->executable).fileName();
@@ -251,6 +285,7 @@ QString VXProcess::name()
 
 QString VXProcess::displayName()
 {
+    QMutexLocker lock(&m_lock);
     if (m_displayName.isNull()) {
         const std::optional<VXBundle> b = bundle();
         const QString display
@@ -262,6 +297,7 @@ QString VXProcess::displayName()
 
 QString VXProcess::appName()
 {
+    QMutexLocker lock(&m_lock);
     if (m_appName.isNull()) {
         QString n = QFileInfo(path()).fileName();
         if (n == QLatin1String("WinAppHelper"))
@@ -298,13 +334,14 @@ QString VXProcess::signatureHexString()
 std::optional<VXBundle> VXProcess::bundle()
 {
     const QString p = path();
-    if (p.isEmpty())
+    if (!isBundlePath(p))
         return std::nullopt;
     return VXBundle::open(p);
 }
 
 QVariantMap VXProcess::infoDictionary()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_infoDictionary) {
         QVariantMap info;
         if (const std::optional<VXBundle> b = bundle())
@@ -332,20 +369,19 @@ QString VXProcess::identifier()
 
 QString VXProcess::path()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_path) {
         const auto info = VXProcessPlatform::basicInfo(m_psn);
         if (!info || info->executable.isEmpty())
             return QString(); // not known yet: asked again next time
-        const QString app = VXBundle::enclosingBundlePath(info->executable);
-        m_path = !app.isEmpty() && QFileInfo::exists(app + QLatin1String("/Contents/Info.plist"))
-            ? app
-            : info->executable;
+        m_path = pathFor(info->executable);
     }
     return *m_path;
 }
 
 QString VXProcess::iconPath()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_iconPath) {
         QString icon;
         if (const std::optional<VXBundle> b = bundle()) {
@@ -366,6 +402,7 @@ QString VXProcess::iconPath()
 
 bool VXProcess::isCocoa()
 {
+    QMutexLocker lock(&m_lock);
     if (m_cocoaStatus == 0) {
         bool cocoa = false;
         const QString p = path();
@@ -411,6 +448,7 @@ bool VXProcess::isFrontProcess()
 
 QDateTime VXProcess::launchDate()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_launchDate) {
         std::optional<QDateTime> start;
         if (unixPID() != 0)
@@ -468,13 +506,14 @@ QString VXProcess::carbonVersion()
 
 QString VXProcess::version()
 {
+    QMutexLocker lock(&m_lock);
     if (!m_version.isNull())
         return m_version;
     m_version = QStringLiteral("1.0");
     if (!getProcessInfo() || path().isEmpty())
         return m_version;
     const QString p = path();
-    if (const std::optional<VXBundle> b = QFileInfo(p).isDir() ? VXBundle::open(p) : std::nullopt) {
+    if (const std::optional<VXBundle> b = isBundlePath(p) ? VXBundle::open(p) : std::nullopt) {
         const QVariantMap info = b->infoDictionary();
         if (info.isEmpty())
             return m_version;
@@ -540,8 +579,15 @@ QString VXProcess::detailedDescription()
         QStringLiteral("%@ V%@ (%@/%@)"), name(), version(), signatureString(), identifier());
 }
 
+QVariant VXProcess::infoForKey(const QString &key) const
+{
+    QMutexLocker lock(&m_lock);
+    return m_customInfo.value(key);
+}
+
 void VXProcess::setInfo(const QVariant &value, const QString &key)
 {
+    QMutexLocker lock(&m_lock);
     if (!value.isValid())
         m_customInfo.remove(key);
     else
@@ -594,6 +640,7 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
         return false;
     }
     const double deadline = double(timeout);
+    VXProcessPlatform::EndWatch ends(m_psn);
     QElapsedTimer clock;
     clock.start();
     int attempts = 0;
@@ -605,9 +652,10 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
                 processName, clock.nsecsElapsed() / 1e9, attempts + 1);
             return true;
         }
-        ::usleep(1000);
+        // The 1 ms pause, cut short when the process ends.
+        const bool ended = ends.wait(1);
         ++attempts;
-        if (VXProcessPlatform::hasTerminated(m_psn)) {
+        if (ended) {
             vxLog(QStringLiteral("quit %@: terminated after %1.3fs (%d attempts)"), processName,
                 clock.nsecsElapsed() / 1e9, attempts);
             return true;
@@ -622,9 +670,9 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
                 processName, clock.nsecsElapsed() / 1e9, attempts + 1);
             return true;
         }
-        ::usleep(1000);
+        const bool ended = ends.wait(1);
         ++attempts;
-        if (VXProcessPlatform::hasTerminated(m_psn)) {
+        if (ended) {
             vxLog(QStringLiteral("force-quit %@: terminated after %1.3fs (%d attempts)"),
                 processName, clock.nsecsElapsed() / 1e9, attempts);
             return true;
@@ -639,15 +687,29 @@ void VXProcess::quit()
     if (quitRunningApplicationWithTimeout(4.0f))
         return;
     const QString processName = name();
-    if (m_psn.isNull()) {
+    // A record whose process has ended has nobody to address: its pid may
+    // belong to another process by now.
+    if (m_psn.isNull() || unixPID() == 0) {
         vxLog(QStringLiteral("quitting %@ failed (%d; could not create descriptor)"), processName,
             int(VXAppleEvents::ProcessNotFound));
         return;
     }
-    const int error = VXAppleEvents::send(qint64(m_psn.highLongOfPSN), VXFourCharCode::make("aevt"),
-        VXFourCharCode::make("quit"), QString(), -1);
+    const int error
+        = sendEvent(VXFourCharCode::make("aevt"), VXFourCharCode::make("quit"), QString(), -1);
     if (error != VXAppleEvents::NoError)
         vxLog(QStringLiteral("quitting %@ failed (%d; could not send event)"), processName, error);
+}
+
+int VXProcess::sendEvent(
+    quint32 eventClass, quint32 eventID, const QString &parameter, int timeoutMs)
+{
+    const qint32 pid = unixPID();
+    if (pid == 0)
+        return VXAppleEvents::ProcessNotFound;
+    const VXProcessSerialNumber psn = m_psn;
+    return VXAppleEvents::sendToProcess(
+        pid, [psn] { return VXProcessPlatform::pidForSerialNumber(psn) != 0; }, eventClass, eventID,
+        parameter, timeoutMs);
 }
 
 void VXProcess::forceQuit()
@@ -662,21 +724,19 @@ void VXProcess::forceQuit()
 
 void VXProcess::sendAppleEventClass(quint32 eventClass, quint32 eventID, float timeout)
 {
-    const qint32 pid = unixPID();
-    if (pid == 0)
+    if (unixPID() == 0)
         return; // the event could not be addressed
     const int ticks = int(timeout * 60);
-    const int error = VXAppleEvents::send(pid, eventClass, eventID, QString(), ticks * 1000 / 60);
+    const int error = sendEvent(eventClass, eventID, QString(), ticks * 1000 / 60);
     if (error != VXAppleEvents::NoError)
         vxLog(QStringLiteral("*** event error: %d"), error);
 }
 
 void VXProcess::sendAppleEventClass(quint32 eventClass, quint32 eventID)
 {
-    const qint32 pid = unixPID();
-    if (pid == 0)
+    if (unixPID() == 0)
         return;
-    const int error = VXAppleEvents::send(pid, eventClass, eventID, QString(), -1);
+    const int error = sendEvent(eventClass, eventID, QString(), -1);
     if (error != VXAppleEvents::NoError)
         vxLog(QStringLiteral("*** event error: %d"), error);
 }
@@ -686,17 +746,20 @@ void VXProcess::sendAppleEventClass(quint32 eventClass, quint32 eventID, const Q
     if (m_psn.isNull())
         return;
     // Errors of this send are not reported: intended.
-    VXAppleEvents::send(qint64(m_psn.highLongOfPSN), eventClass, eventID, parameter, -1);
+    sendEvent(eventClass, eventID, parameter, -1);
 }
 
 // ---- Notifications
 
 void VXProcess::installNotifications()
 {
-    if (g_notificationsInstalled.exchange(true))
-        return;
     QCoreApplication *app = QCoreApplication::instance();
-    if (!app)
+    if (!app) {
+        // Installed when the application object is made (below).
+        g_notificationsWanted = true;
+        return;
+    }
+    if (g_notificationsInstalled.exchange(true))
         return;
     auto install = [] {
         auto post = [](const char *change) {
@@ -721,6 +784,13 @@ void VXProcess::installNotifications()
     else
         QMetaObject::invokeMethod(app, install, Qt::QueuedConnection);
 }
+
+static void installWantedNotifications()
+{
+    if (g_notificationsWanted.load())
+        VXProcess::installNotifications();
+}
+Q_COREAPP_STARTUP_FUNCTION(installWantedNotifications)
 
 void VXProcess::applicationStarted()
 {

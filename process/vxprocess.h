@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QRecursiveMutex>
 #include <QString>
 #include <QVariantMap>
 #include <memory>
@@ -29,8 +30,10 @@ struct VXProcessSerialNumber
 // shared pointers, so a record a caller keeps stays valid after the cache
 // drops it.
 //
-// The cache and the change counter belong to the main thread; lookups from
-// other threads (the installer's run) are serialized by a lock.
+// Lookups, the cache and a record's details may be used from any thread
+// (the installer's run looks processes up beside the main thread): the cache
+// has one lock, each record another that covers the loading of its details.
+// Notifications and the change counter's events arrive on the main thread.
 class VXProcess : public std::enable_shared_from_this<VXProcess>
 {
 public:
@@ -95,7 +98,7 @@ public:
     QString detailedDescription();
 
     // Values a caller attaches to the record
-    QVariant infoForKey(const QString &key) const { return m_customInfo.value(key); }
+    QVariant infoForKey(const QString &key) const;
     void setInfo(const QVariant &value, const QString &key);
     QVariant info() const { return infoForKey(QString(QLatin1String(""))); }
     void setInfo(const QVariant &value) { setInfo(value, QString(QLatin1String(""))); }
@@ -132,6 +135,8 @@ private:
     explicit VXProcess(const VXProcessSerialNumber &psn);
     void loadBundleInfo();
     static VXProcessPtr create(const VXProcessSerialNumber &psn);
+    // Sends to this process only: never to a later process with its pid.
+    int sendEvent(quint32 eventClass, quint32 eventID, const QString &parameter, int timeoutMs);
 
     VXProcessSerialNumber m_psn;
     std::optional<QVariantMap> m_infoDictionary;
@@ -155,4 +160,5 @@ public:
 private:
     std::unique_ptr<AXState, AXStateDeleter> m_ax;
     QVariantMap m_customInfo;
+    mutable QRecursiveMutex m_lock;
 };

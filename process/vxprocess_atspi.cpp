@@ -10,11 +10,81 @@
 // Without an accessibility bus, or for an application that does not publish
 // its interface, the calls fail and are logged.
 #include "utilities/vxlog.h"
+#include "vxappleevents_p.h"
 #include "vxnotificationcenter.h"
 #include "vxprocess.h"
 
 #include <QHash>
 #include <atspi/atspi.h>
+#include <dlfcn.h>
+#include <type_traits>
+
+namespace {
+// libatspi (and GObject with it) is loaded when an observer is first made,
+// not when the program starts.
+struct AtspiApi
+{
+    decltype(&::atspi_accessible_get_child_at_index) p_atspi_accessible_get_child_at_index
+        = nullptr;
+    decltype(&::atspi_accessible_get_child_count) p_atspi_accessible_get_child_count = nullptr;
+    decltype(&::atspi_accessible_get_name) p_atspi_accessible_get_name = nullptr;
+    decltype(&::atspi_accessible_get_process_id) p_atspi_accessible_get_process_id = nullptr;
+    decltype(&::atspi_accessible_get_role_name) p_atspi_accessible_get_role_name = nullptr;
+    decltype(&::atspi_event_listener_deregister) p_atspi_event_listener_deregister = nullptr;
+    decltype(&::atspi_event_listener_new) p_atspi_event_listener_new = nullptr;
+    decltype(&::atspi_event_listener_register) p_atspi_event_listener_register = nullptr;
+    decltype(&::atspi_get_desktop) p_atspi_get_desktop = nullptr;
+    decltype(&::atspi_init) p_atspi_init = nullptr;
+    decltype(&::g_error_free) p_g_error_free = nullptr;
+    decltype(&::g_free) p_g_free = nullptr;
+    decltype(&::g_object_unref) p_g_object_unref = nullptr;
+};
+
+const AtspiApi *atspi()
+{
+    static const AtspiApi *loaded = []() -> const AtspiApi * {
+        void *handle = ::dlopen("libatspi.so.0", RTLD_NOW | RTLD_LOCAL);
+        if (!handle)
+            return nullptr;
+        auto *api = new AtspiApi; // kept for the life of the program
+        bool complete = true;
+        auto load = [&](auto &function, const char *name) {
+            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+                ::dlsym(handle, name));
+            complete = complete && function;
+        };
+        load(api->p_atspi_accessible_get_child_at_index, "atspi_accessible_get_child_at_index");
+        load(api->p_atspi_accessible_get_child_count, "atspi_accessible_get_child_count");
+        load(api->p_atspi_accessible_get_name, "atspi_accessible_get_name");
+        load(api->p_atspi_accessible_get_process_id, "atspi_accessible_get_process_id");
+        load(api->p_atspi_accessible_get_role_name, "atspi_accessible_get_role_name");
+        load(api->p_atspi_event_listener_deregister, "atspi_event_listener_deregister");
+        load(api->p_atspi_event_listener_new, "atspi_event_listener_new");
+        load(api->p_atspi_event_listener_register, "atspi_event_listener_register");
+        load(api->p_atspi_get_desktop, "atspi_get_desktop");
+        load(api->p_atspi_init, "atspi_init");
+        load(api->p_g_error_free, "g_error_free");
+        load(api->p_g_free, "g_free");
+        load(api->p_g_object_unref, "g_object_unref");
+        return complete ? api : nullptr;
+    }();
+    return loaded;
+}
+} // namespace
+
+#define atspi_accessible_get_child_at_index (atspi()->p_atspi_accessible_get_child_at_index)
+#define atspi_accessible_get_child_count (atspi()->p_atspi_accessible_get_child_count)
+#define atspi_accessible_get_name (atspi()->p_atspi_accessible_get_name)
+#define atspi_accessible_get_process_id (atspi()->p_atspi_accessible_get_process_id)
+#define atspi_accessible_get_role_name (atspi()->p_atspi_accessible_get_role_name)
+#define atspi_event_listener_deregister (atspi()->p_atspi_event_listener_deregister)
+#define atspi_event_listener_new (atspi()->p_atspi_event_listener_new)
+#define atspi_event_listener_register (atspi()->p_atspi_event_listener_register)
+#define atspi_get_desktop (atspi()->p_atspi_get_desktop)
+#define atspi_init (atspi()->p_atspi_init)
+#define g_error_free (atspi()->p_g_error_free)
+#define g_free (atspi()->p_g_free)
+#define g_object_unref (atspi()->p_g_object_unref)
 
 struct VXProcess::AXState
 {
@@ -100,17 +170,28 @@ void VXProcess::installAXObserver()
         m_ax.reset(new AXState);
     m_ax->owner = weak_from_this();
     m_ax->pid = unixPID();
-    atspi_init();
-    AtspiAccessible *desktop = atspi_get_desktop(0);
+    // libatspi aborts the program when it finds no accessibility bus; its
+    // address comes from the environment or from the session bus.
+    const bool busReachable = (!qEnvironmentVariableIsEmpty("AT_SPI_BUS_ADDRESS")
+                                  || VXAppleEventsPrivate::sessionBusAvailable())
+        && atspi();
+    if (busReachable)
+        atspi_init();
+    AtspiAccessible *desktop = busReachable ? atspi_get_desktop(0) : nullptr;
     if (desktop && m_ax->pid != 0) {
         GError *error = nullptr;
         const gint count = atspi_accessible_get_child_count(desktop, &error);
-        if (error)
-            g_clear_error(&error);
+        if (error) {
+            g_error_free(error);
+            error = nullptr;
+        }
         for (gint i = 0; i < count && !m_ax->application; ++i) {
             AtspiAccessible *child = atspi_accessible_get_child_at_index(desktop, i, &error);
             if (error) {
-                g_clear_error(&error);
+                {
+                    g_error_free(error);
+                    error = nullptr;
+                }
                 continue;
             }
             if (child && qint32(atspi_accessible_get_process_id(child, nullptr)) == m_ax->pid)

@@ -7,17 +7,91 @@
 // _NET_ACTIVE_WINDOW client message for its windows (EWMH "_NET_ACTIVE_WINDOW",
 // source indication 2, as pagers send it, so the window manager does not
 // apply focus-stealing prevention); it hides by iconifying (ICCCM 4.1.4).
-// Windows without _NET_WM_PID cannot be told apart and are not handled.
+// A window without _NET_WM_PID is taken as its client leader's
+// (ICCCM WM_CLIENT_LEADER); windows of neither cannot be told apart.
+// The applications with windows are the owners of _NET_CLIENT_LIST.
 // Without an X server every call fails quietly.
 #include "vxprocess_p.h"
 
 #include <QCoreApplication>
+#include <QMutex>
+#include <QSet>
 #include <QSocketNotifier>
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <dlfcn.h>
 #include <memory>
+#include <optional>
+#include <type_traits>
 #include <vector>
+
+namespace {
+// libX11 is loaded when a window function is first used, not when the
+// program starts: a program that only lists processes never pays for it.
+struct XlibApi
+{
+    decltype(&::XCloseDisplay) p_XCloseDisplay = nullptr;
+    decltype(&::XFlush) p_XFlush = nullptr;
+    decltype(&::XFree) p_XFree = nullptr;
+    decltype(&::XGetWindowProperty) p_XGetWindowProperty = nullptr;
+    decltype(&::XIconifyWindow) p_XIconifyWindow = nullptr;
+    decltype(&::XInternAtom) p_XInternAtom = nullptr;
+    decltype(&::XNextEvent) p_XNextEvent = nullptr;
+    decltype(&::XOpenDisplay) p_XOpenDisplay = nullptr;
+    decltype(&::XPending) p_XPending = nullptr;
+    decltype(&::XSelectInput) p_XSelectInput = nullptr;
+    decltype(&::XSendEvent) p_XSendEvent = nullptr;
+    decltype(&::XSetErrorHandler) p_XSetErrorHandler = nullptr;
+    decltype(&::XSync) p_XSync = nullptr;
+};
+
+const XlibApi *xlib()
+{
+    static const XlibApi *loaded = []() -> const XlibApi * {
+        void *handle = ::dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
+        if (!handle)
+            return nullptr;
+        auto *api = new XlibApi; // kept for the life of the program
+        bool complete = true;
+        auto load = [&](auto &function, const char *name) {
+            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
+                ::dlsym(handle, name));
+            complete = complete && function;
+        };
+        load(api->p_XCloseDisplay, "XCloseDisplay");
+        load(api->p_XFlush, "XFlush");
+        load(api->p_XFree, "XFree");
+        load(api->p_XGetWindowProperty, "XGetWindowProperty");
+        load(api->p_XIconifyWindow, "XIconifyWindow");
+        load(api->p_XInternAtom, "XInternAtom");
+        load(api->p_XNextEvent, "XNextEvent");
+        load(api->p_XOpenDisplay, "XOpenDisplay");
+        load(api->p_XPending, "XPending");
+        load(api->p_XSelectInput, "XSelectInput");
+        load(api->p_XSendEvent, "XSendEvent");
+        load(api->p_XSetErrorHandler, "XSetErrorHandler");
+        load(api->p_XSync, "XSync");
+        return complete ? api : nullptr;
+    }();
+    return loaded;
+}
+} // namespace
+
+// Every Xlib call below goes through the loaded library.
+#define XCloseDisplay (xlib()->p_XCloseDisplay)
+#define XFlush (xlib()->p_XFlush)
+#define XFree (xlib()->p_XFree)
+#define XGetWindowProperty (xlib()->p_XGetWindowProperty)
+#define XIconifyWindow (xlib()->p_XIconifyWindow)
+#define XInternAtom (xlib()->p_XInternAtom)
+#define XNextEvent (xlib()->p_XNextEvent)
+#define XOpenDisplay (xlib()->p_XOpenDisplay)
+#define XPending (xlib()->p_XPending)
+#define XSelectInput (xlib()->p_XSelectInput)
+#define XSendEvent (xlib()->p_XSendEvent)
+#define XSetErrorHandler (xlib()->p_XSetErrorHandler)
+#define XSync (xlib()->p_XSync)
 
 namespace {
 
@@ -38,6 +112,8 @@ int ignoreErrors(Display *, XErrorEvent *)
 
 DisplayPtr openDisplay()
 {
+    if (qEnvironmentVariableIsEmpty("DISPLAY") || !xlib())
+        return nullptr;
     static const bool handlerSet = [] {
         XSetErrorHandler(ignoreErrors);
         return true;
@@ -71,8 +147,29 @@ std::vector<unsigned long> property(Display *d, Window w, const char *name, Atom
 qint32 pidOfWindow(Display *d, Window w)
 {
     const auto pid = property(d, w, "_NET_WM_PID", XA_CARDINAL);
-    return pid.empty() ? 0 : qint32(pid.front());
+    if (!pid.empty())
+        return qint32(pid.front());
+    const auto leader = property(d, w, "WM_CLIENT_LEADER", XA_WINDOW);
+    if (leader.empty() || Window(leader.front()) == w)
+        return 0;
+    const auto leaderPid = property(d, Window(leader.front()), "_NET_WM_PID", XA_CARDINAL);
+    return leaderPid.empty() ? 0 : qint32(leaderPid.front());
 }
+
+QSet<qint32> clientPids(Display *d)
+{
+    QSet<qint32> pids;
+    for (unsigned long w : property(d, DefaultRootWindow(d), "_NET_CLIENT_LIST", XA_WINDOW))
+        if (const qint32 pid = pidOfWindow(d, Window(w)); pid > 0)
+            pids.insert(pid);
+    return pids;
+}
+
+// One connection for lookups from any thread, kept open: a listing asks the
+// server afresh, so it never lags behind the watcher's events.
+QMutex g_queryLock;
+Display *g_queryDisplay = nullptr;
+bool g_queryTried = false;
 
 Window activeWindow(Display *d)
 {
@@ -105,22 +202,26 @@ void requestActivation(Display *d, Window w)
         d, DefaultRootWindow(d), False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
 }
 
-class FrontWatcher : public QObject
+class DisplayWatcher : public QObject
 {
 public:
-    FrontWatcher(DisplayPtr display, std::function<void()> callback, QObject *parent)
+    DisplayWatcher(DisplayPtr display, std::function<void()> windowsChanged,
+        std::function<void()> frontSwitched, QObject *parent)
         : QObject(parent)
         , m_display(std::move(display))
-        , m_callback(std::move(callback))
+        , m_windowsChanged(std::move(windowsChanged))
+        , m_frontSwitched(std::move(frontSwitched))
     {
         Display *d = m_display.get();
         m_activeAtom = XInternAtom(d, "_NET_ACTIVE_WINDOW", False);
+        m_clientListAtom = XInternAtom(d, "_NET_CLIENT_LIST", False);
         XSelectInput(d, DefaultRootWindow(d), PropertyChangeMask);
         m_lastPid = pidOfWindow(d, activeWindow(d));
+        m_owners = clientPids(d);
         XFlush(d);
         m_notifier = new QSocketNotifier(ConnectionNumber(d), QSocketNotifier::Read, this);
-        connect(m_notifier, &QSocketNotifier::activated, this, &FrontWatcher::drain);
-        QMetaObject::invokeMethod(this, &FrontWatcher::drain, Qt::QueuedConnection);
+        connect(m_notifier, &QSocketNotifier::activated, this, &DisplayWatcher::drain);
+        QMetaObject::invokeMethod(this, &DisplayWatcher::drain, Qt::QueuedConnection);
     }
 
 private:
@@ -130,29 +231,44 @@ private:
         // Reading a property may queue further events in Xlib, where the
         // socket notifier cannot see them: go on until the queue is empty.
         for (;;) {
-            bool changed = false;
+            bool front = false, clients = false;
             while (XPending(d)) {
                 XEvent event;
                 XNextEvent(d, &event);
-                if (event.type == PropertyNotify && event.xproperty.atom == m_activeAtom)
-                    changed = true;
+                if (event.type != PropertyNotify)
+                    continue;
+                front = front || event.xproperty.atom == m_activeAtom;
+                clients = clients || event.xproperty.atom == m_clientListAtom;
             }
-            if (!changed)
+            if (!front && !clients)
                 return;
-            // Only a switch to another application counts, not between its windows.
-            const qint32 pid = pidOfWindow(d, activeWindow(d));
-            // No active window is a passing state between two applications.
-            if (pid != 0 && pid != m_lastPid) {
-                m_lastPid = pid;
-                m_callback();
+            if (clients) {
+                QSet<qint32> owners = clientPids(d);
+                if (owners != m_owners) {
+                    m_owners = owners;
+                    m_windowsChanged();
+                }
+            }
+            if (front) {
+                // Only a switch to another application counts, not between
+                // its windows; no active window is a passing state between
+                // two applications.
+                const qint32 pid = pidOfWindow(d, activeWindow(d));
+                if (pid != 0 && pid != m_lastPid) {
+                    m_lastPid = pid;
+                    m_frontSwitched();
+                }
             }
         }
     }
 
     DisplayPtr m_display;
-    std::function<void()> m_callback;
+    std::function<void()> m_windowsChanged;
+    std::function<void()> m_frontSwitched;
     Atom m_activeAtom = None;
+    Atom m_clientListAtom = None;
     qint32 m_lastPid = 0;
+    QSet<qint32> m_owners;
     QSocketNotifier *m_notifier = nullptr;
 };
 
@@ -199,11 +315,22 @@ bool VXProcessPlatform::setHidden(qint32 pid, bool hidden)
     return !windows.empty();
 }
 
-bool VXProcessPlatform::installFrontSwitchWatcher(const std::function<void()> &frontSwitched)
+QSet<qint32> VXProcessPlatform::windowOwnerPids()
+{
+    QMutexLocker lock(&g_queryLock);
+    if (!g_queryTried) {
+        g_queryTried = true;
+        g_queryDisplay = openDisplay().release(); // kept for the life of the program
+    }
+    return g_queryDisplay ? clientPids(g_queryDisplay) : QSet<qint32>();
+}
+
+bool VXProcessPlatform::installWindowWatcher(
+    const std::function<void()> &windowsChanged, const std::function<void()> &frontSwitched)
 {
     DisplayPtr d = openDisplay();
     if (!d || !QCoreApplication::instance())
         return false;
-    new FrontWatcher(std::move(d), frontSwitched, QCoreApplication::instance());
+    new DisplayWatcher(std::move(d), windowsChanged, frontSwitched, QCoreApplication::instance());
     return true;
 }

@@ -212,7 +212,7 @@ QString VXUtilities::processorTypeLetter()
     const QString type = processorType();
     if (type.startsWith(QLatin1String("x86")))
         return rosettaMode() ? QStringLiteral("A") : QStringLiteral("I");
-    if (type.startsWith(QLatin1String("arm")))
+    if (type.startsWith(QLatin1String("arm")) || type.startsWith(QLatin1String("aarch64")))
         return QStringLiteral("A");
     return type;
 }

@@ -7,6 +7,7 @@
 #include "common/audiorecording.h"
 #include "common/logcapture.h"
 #include "common/systemtestuser.h"
+#include "common/testchild.h"
 #include "installer/productcopy.h"
 #include "installer/workspace.h"
 #include "installerfixture.h"
@@ -93,6 +94,7 @@ private Q_SLOTS:
     void completionQuit_data();
     void completionQuit();
     void runningCopyThatRefusesCancelsTheRun();
+    void unknownSignatureQuitsApplicationsOnly();
     void privilegedPathThroughStandInElevation_data();
     void privilegedPathThroughStandInElevation();
 };
@@ -319,6 +321,24 @@ void TestInstallerRun::runningCopyThatRefusesCancelsTheRun()
     VXProcessPlatform::setSignalSender({});
     running.kill();
     running.waitForFinished();
+}
+
+void TestInstallerRun::unknownSignatureQuitsApplicationsOnly()
+{
+    // "????" is the signature of every program without a bundle: of those,
+    // only applications (a window here) are asked to quit, never a plain
+    // process.
+    ProductFixture fixture;
+    TestChild plain(kHelpers + "/behaviour");
+    TestChild windowed(kHelpers + "/windowapp", { "windowed" });
+    QVERIFY(plain.waitReady() && windowed.waitReady());
+    Run run(fixture, { "-quitCode", "????" });
+    run.controller.quitProcesses();
+    QVERIFY(windowed.process.waitForFinished(10000));
+    QCOMPARE(plain.process.state(), QProcess::Running);
+    const QStringList log = run.messages();
+    QVERIFY(log.contains("Quitting '\?\?\?\?': windowapp"));
+    QVERIFY(log.filter("behaviour").isEmpty());
 }
 
 void TestInstallerRun::privilegedPathThroughStandInElevation_data()

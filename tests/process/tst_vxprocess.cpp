@@ -22,9 +22,12 @@
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <atomic>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -90,23 +93,24 @@ class TestVXProcess : public QObject
 private Q_SLOTS:
     void cleanup();
     void lookupsShareRecordsAndKeepRecentFirst();
-    void allProcessesListsChildrenNotKernelThreads();
+    void listHoldsApplicationsOnly();
+    void listingOpensNoDescriptorPerProcess();
     void bundledProcessDetails();
+    void gnustepBundleAnswersAlikeInAnyOrder_data();
+    void gnustepBundleAnswersAlikeInAnyOrder();
     void versionFromShortOrBundleVersion_data();
     void versionFromShortOrBundleVersion();
     void classicVersionResource_data();
     void classicVersionResource();
-    void isAtLeastVersion_data();
-    void isAtLeastVersion();
     void exitedRecordKeepsDetailsButNotLife();
     void reusedPidIsNeverTheOldProcess();
     void quit_data();
     void quit();
-    void quitWithoutPid();
     void cpuTimeOfBusyProcess();
     void signatureHexWidensHighBytes();
     void diagnosticsReport();
     void unusualProcessTableEntries();
+    void accessibilityWithoutBusIsLogged();
 };
 
 void TestVXProcess::cleanup()
@@ -133,17 +137,76 @@ void TestVXProcess::lookupsShareRecordsAndKeepRecentFirst()
     QVERIFY(!VXProcess::processWithPID(-5));
 }
 
-void TestVXProcess::allProcessesListsChildrenNotKernelThreads()
+void TestVXProcess::listHoldsApplicationsOnly()
 {
-    Child a(kHelpers + "/behaviour");
-    QVERIFY(a.waitReady());
+    // Here (no display, no bus) only a bundle makes an application: a plain
+    // program, although "????" like the bundle without a signature, is found
+    // by its pid but neither listed nor found by signature.
+    QTemporaryDir dir;
+    Child bundled(
+        makeBundle(dir.path(), { { "CFBundleExecutable", "Helper" } }) + "/Contents/Linux/Helper");
+    Child plain(kHelpers + "/behaviour");
+    QVERIFY(bundled.waitReady() && plain.waitReady());
     QList<qint32> pids;
     for (const VXProcessPtr &p : VXProcess::allProcesses())
         pids << p->unixPID();
-    QVERIFY(pids.contains(a.pid()));
-    QVERIFY(pids.contains(qint32(::getpid())));
-    QVERIFY(!pids.contains(2)); // kthreadd
+    QVERIFY(pids.contains(bundled.pid()));
+    QVERIFY(!pids.contains(plain.pid()));
+    QVERIFY(!pids.contains(qint32(::getpid())));
     QVERIFY(std::is_sorted(pids.begin(), pids.end()));
+    QCOMPARE(VXProcess::processWithPID(plain.pid())->signatureString(), QStringLiteral("????"));
+    QCOMPARE(VXProcess::processWithSignatureString("????")->unixPID(), bundled.pid());
+
+    // A thread's id is no process id: no second record of this process.
+    std::atomic<pid_t> tid { 0 };
+    std::atomic<bool> stop { false };
+    std::thread thread([&] {
+        tid = ::gettid();
+        while (!stop)
+            ::usleep(1000);
+    });
+    const auto join = qScopeGuard([&] {
+        stop = true;
+        thread.join();
+    });
+    QTRY_VERIFY(tid != 0);
+    QVERIFY(!VXProcess::processWithPID(tid));
+}
+
+void TestVXProcess::listingOpensNoDescriptorPerProcess()
+{
+    VXProcess::installNotifications();
+    auto descriptors = [] {
+        return QDir("/proc/self/fd")
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+            .size();
+    };
+    // 2,000 sleeping processes of our own, in a process group of their own,
+    // which the shell kills and reaps when its input closes.
+    QProcess sleepers;
+    sleepers.setChildProcessModifier([] { ::setpgid(0, 0); });
+    sleepers.start("sh",
+        { "-c",
+            "i=0; while [ $i -lt 2000 ]; do sleep 600 & pids=\"$pids $!\"; i=$((i+1)); done; echo "
+            "ready; "
+            "read x; kill $pids; wait" });
+    const auto reap = qScopeGuard([&] {
+        sleepers.closeWriteChannel();
+        if (!sleepers.waitForFinished(60000)) {
+            ::kill(-pid_t(sleepers.processId()), SIGKILL);
+            sleepers.waitForFinished();
+        }
+    });
+    QVERIFY(sleepers.waitForStarted());
+    while (!sleepers.canReadLine() && sleepers.state() == QProcess::Running)
+        sleepers.waitForReadyRead(1000);
+    QVERIFY(sleepers.readLine().startsWith("ready"));
+    const qsizetype before = descriptors();
+    for (int i = 0; i < 3; ++i) {
+        VXProcess::allProcesses();
+        QTest::qWait(200); // whatever watches processes has had its turn
+    }
+    QCOMPARE(descriptors(), before);
 }
 
 void TestVXProcess::bundledProcessDetails()
@@ -190,30 +253,87 @@ void TestVXProcess::bundledProcessDetails()
     QVERIFY(!VXProcess::processWithSignatureString("Zzz9"));
 }
 
+void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder_data()
+{
+    QTest::addColumn<QString>("first");
+    for (const char *detail : { "path", "version", "identifier", "platform", "hashString" })
+        QTest::newRow(detail) << QString::fromLatin1(detail);
+}
+
+void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder()
+{
+    // Name.app/Resources/Info-gnustep.plist, the program at the top.
+    QFETCH(QString, first);
+    QTemporaryDir dir;
+    const QString app = dir.path() + "/Gnu.app";
+    QDir().mkpath(app + "/Resources");
+    QFile::copy(kHelpers + "/behaviour", app + "/Gnu");
+    writeFile(app + "/Resources/Info-gnustep.plist",
+        VXPropertyList::toXml({ { "NSExecutable", "Gnu" },
+            { "CFBundleIdentifier", "dev.quillet.gnu" }, { "CFBundleShortVersionString", "4.2" },
+            { "NSPrincipalClass", "NSApplication" } }));
+    Child child(app + "/Gnu");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    const QMap<QString, std::function<QString()>> details {
+        { "path", [&] { return p->path(); } },
+        { "version", [&] { return p->version(); } },
+        { "identifier", [&] { return p->identifier(); } },
+        { "platform", [&] { return p->platform(); } },
+        { "hashString", [&] { return p->hashStringSource(); } },
+    };
+    details.value(first)();
+    QCOMPARE(details.value("path")(), app);
+    QCOMPARE(details.value("version")(), QStringLiteral("4.2"));
+    QCOMPARE(details.value("identifier")(), QStringLiteral("dev.quillet.gnu"));
+    QCOMPARE(details.value("platform")(), QStringLiteral("Cocoa"));
+    QCOMPARE(details.value("hashString")(), QStringLiteral("id:dev.quillet.gnu"));
+}
+
 void TestVXProcess::versionFromShortOrBundleVersion_data()
 {
+    // The Info dictionary, the version it gives, and a comparison with it.
     QTest::addColumn<QVariantMap>("info");
     QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("wanted");
+    QTest::addColumn<bool>("atLeast");
+    auto shortVersion = [](const char *v) {
+        return QVariantMap { { "CFBundleShortVersionString", v } };
+    };
     QTest::newRow("short without dot, bundle version")
         << QVariantMap { { "CFBundleShortVersionString", "7" }, { "CFBundleVersion", "7.0.1" } }
-        << "7.0.1";
+        << "7.0.1"
+        << "7.0.2" << false;
     QTest::newRow("short with dot")
         << QVariantMap { { "CFBundleShortVersionString", "2.5" }, { "CFBundleVersion", "250" } }
-        << "2.5";
-    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << "1.0";
-    QTest::newRow("version not a string") << QVariantMap { { "CFBundleVersion", 5 } } << "1.0";
+        << "2.5"
+        << "2.5" << true;
+    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << "1.0"
+                             << "1" << true;
+    QTest::newRow("version not a string") << QVariantMap { { "CFBundleVersion", 5 } } << "1.0"
+                                          << "1.0.1" << false;
+    QTest::newRow("missing component is 0") << shortVersion("1.2.0") << "1.2.0"
+                                            << "1.2" << true;
+    QTest::newRow("compared by value") << shortVersion("1.10") << "1.10"
+                                       << "1.9" << true;
+    QTest::newRow("older by value") << shortVersion("1.9") << "1.9"
+                                    << "1.10" << false;
 }
 
 void TestVXProcess::versionFromShortOrBundleVersion()
 {
     QFETCH(QVariantMap, info);
     QFETCH(QString, version);
+    QFETCH(QString, wanted);
+    QFETCH(bool, atLeast);
     QTemporaryDir dir;
     info.insert("CFBundleExecutable", "Helper");
     info.insert("CFBundleSignature", "QVer");
     Child child(makeBundle(dir.path(), info) + "/Contents/Linux/Helper");
     QVERIFY(child.waitReady());
-    QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    QCOMPARE(p->version(), version);
+    QCOMPARE(p->isAtLeastVersion(wanted), atLeast);
 }
 
 void TestVXProcess::classicVersionResource_data()
@@ -252,37 +372,6 @@ void TestVXProcess::classicVersionResource()
     Child child(program);
     QVERIFY(child.waitReady());
     QCOMPARE(VXProcess::processWithPID(child.pid())->version(), version);
-}
-
-void TestVXProcess::isAtLeastVersion_data()
-{
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<bool>("atLeast");
-    QTest::newRow("missing component is 0") << "1.2.0"
-                                            << "1.2" << true;
-    QTest::newRow("by value") << "1.10"
-                              << "1.9" << true;
-    QTest::newRow("older") << "1.9"
-                           << "1.10" << false;
-    QTest::newRow("equal") << "2.0"
-                           << "2.0" << true;
-    QTest::newRow("longer wanted") << "2.0"
-                                   << "2.0.1" << false;
-}
-
-void TestVXProcess::isAtLeastVersion()
-{
-    QFETCH(QString, version);
-    QFETCH(QString, wanted);
-    QFETCH(bool, atLeast);
-    QTemporaryDir dir;
-    Child child(
-        makeBundle(dir.path(),
-            { { "CFBundleExecutable", "Helper" }, { "CFBundleShortVersionString", version } })
-        + "/Contents/Linux/Helper");
-    QVERIFY(child.waitReady());
-    QCOMPARE(VXProcess::processWithPID(child.pid())->isAtLeastVersion(wanted), atLeast);
 }
 
 void TestVXProcess::exitedRecordKeepsDetailsButNotLife()
@@ -442,18 +531,6 @@ void TestVXProcess::quit()
         QVERIFY(p->isStillRunning());
 }
 
-void TestVXProcess::quitWithoutPid()
-{
-    Child gone(kHelpers + "/behaviour", { "gone" });
-    QVERIFY(gone.process.waitForFinished());
-    const VXProcessPtr p = VXProcess::processWithSerialNumber({ quint32(gone.pid()), 1 });
-    LogCapture capture;
-    QVERIFY(!p->quitRunningApplicationWithTimeout(5.0f));
-    capture.restore();
-    QCOMPARE(capture.messages().size(), 1);
-    QVERIFY(capture.messages().first().endsWith(": no pid"));
-}
-
 void TestVXProcess::cpuTimeOfBusyProcess()
 {
     Child child(kHelpers + "/behaviour", { "busy" });
@@ -531,11 +608,16 @@ void TestVXProcess::unusualProcessTableEntries()
     VXProcessPlatform::setProcRoot(root.path());
     const auto restore = qScopeGuard([] { VXProcessPlatform::setProcRoot(QString()); });
 
-    const QList<VXProcessSerialNumber> serials = VXProcessPlatform::allSerialNumbers();
-    QCOMPARE(serials.size(), 2);
+    // Not applications (no bundle, window or bus name), so not listed, but
+    // found by their pids.
+    QVERIFY(VXProcessPlatform::allSerialNumbers().isEmpty());
+    const QList<VXProcessSerialNumber> serials { VXProcessPlatform::serialNumberForPid(104),
+        VXProcessPlatform::serialNumberForPid(105) };
     QCOMPARE(serials.at(0).highLongOfPSN, 104u);
     QCOMPARE(serials.at(1).highLongOfPSN, 105u);
     QCOMPARE(serials.at(0).lowLongOfPSN, 5000u);
+    QVERIFY(VXProcessPlatform::serialNumberForPid(100).isNull()); // a zombie
+    QVERIFY(VXProcessPlatform::serialNumberForPid(103).isNull()); // a damaged line
     const auto odd = VXProcessPlatform::basicInfo(serials.at(0));
     QVERIFY(odd);
     QCOMPARE(odd->name, QStringLiteral("my (odd) name"));
@@ -550,6 +632,24 @@ void TestVXProcess::unusualProcessTableEntries()
     QVERIFY(VXProcessPlatform::serialNumberForPid(102).isNull());
     QVERIFY(
         VXProcessPlatform::serialNumberForPid(101).isNull()); // kernel threads are no applications
+}
+
+void TestVXProcess::accessibilityWithoutBusIsLogged()
+{
+    // This test has no session bus: the failure lines, and no abort.
+    QVERIFY(qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"));
+    Child child(kHelpers + "/behaviour");
+    QVERIFY(child.waitReady());
+    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+    LogCapture capture;
+    p->addAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+    p->removeAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+    capture.restore();
+    const QString record = p->description();
+    QCOMPARE(capture.messages(),
+        (QStringList { "AX Notifications: Could not create application object for " + record,
+            "AX Notifications: Could not add notification AXFocusedUIElementChanged for "
+                + record }));
 }
 
 QTEST_GUILESS_MAIN(TestVXProcess)

@@ -6,14 +6,18 @@
 // manager.
 #include "common/logcapture.h"
 #include "common/testchild.h"
+#include "common/testfiles.h"
 #include "process/vxnotificationcenter.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
 #include "utilities/vxfourcharcode.h"
+#include "utilities/vxpropertylist.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <memory>
 
@@ -41,16 +45,17 @@ private Q_SLOTS:
     void quitEventEndsLibraryProgram();
     void quitFallsBackToQuitEvent();
     void eventErrorsAreLogged();
+    void reusedPidNeverReceivesEvents();
+    void launchAndQuitCountTwo_data();
     void launchAndQuitCountTwo();
+    void lookupBeforeApplicationObjectStillNotifies();
     void frontProcessFollowsActivation();
-    void accessibilityWithoutBusIsLogged();
 };
 
 void TestVXProcessEvents::initTestCase()
 {
     QVERIFY(!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"));
     VXProcess::installNotifications();
-    QTest::qWait(300); // the watcher's first look at the process table
 }
 
 void TestVXProcessEvents::cleanup()
@@ -113,37 +118,95 @@ void TestVXProcessEvents::eventErrorsAreLogged()
     QCOMPARE(quitter.process.state(), QProcess::Running);
 }
 
+void TestVXProcessEvents::reusedPidNeverReceivesEvents()
+{
+    // A record of an ended process whose pid a library program holds now:
+    // neither the quit fallback nor any send reaches that program.
+    Child quitter(kHelpers + "/quitter");
+    QVERIFY(quitter.waitReady());
+    const VXProcessSerialNumber live = VXProcessPlatform::serialNumberForPid(quitter.pid());
+    const VXProcessPtr old
+        = VXProcess::processWithSerialNumber({ live.highLongOfPSN, live.lowLongOfPSN - 1 });
+    const quint32 aevt = VXFourCharCode::make("aevt"), quit = VXFourCharCode::make("quit");
+    LogCapture quiet;
+    old->quit();
+    old->sendAppleEventClass(aevt, quit, 1.0f);
+    old->sendAppleEventClass(aevt, quit);
+    old->sendAppleEventClass(aevt, quit, QStringLiteral("x"));
+    QVERIFY(!quitter.process.waitForFinished(500));
+    QCOMPARE(quitter.process.state(), QProcess::Running);
+}
+
+void TestVXProcessEvents::launchAndQuitCountTwo_data()
+{
+    // What makes the child an application, which source reports it.
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("window") << "window";
+    QTest::newRow("bus name") << "bus";
+    QTest::newRow("bundle") << "bundle";
+}
+
 void TestVXProcessEvents::launchAndQuitCountTwo()
 {
+    QFETCH(QString, kind);
     QSignalSpy spy(VXNotificationCenter::defaultCenter(), &VXNotificationCenter::notified);
     VXProcess::installNotifications(); // a second call installs nothing more
-    // Start from a quiet process table: earlier children have been seen off.
-    for (int i = 0; i < 20; ++i) {
-        spy.clear();
-        QTest::qWait(700);
-        if (spy.isEmpty())
-            break;
-    }
+    // Earlier children have been seen off.
+    for (int i = 0; i < 20 && spy.wait(500); ++i)
+        ;
+    spy.clear();
     const quint32 before = VXProcess::applicationLaunchEndCount();
+    // 200 short-lived programs meanwhile are not applications.
+    QProcess noise;
+    noise.start("sh", { "-c", "i=0; while [ $i -lt 200 ]; do /bin/true; i=$((i+1)); done" });
+    QTemporaryDir dir;
+    QString program = kHelpers
+        + (kind == "window"     ? "/windowapp"
+                : kind == "bus" ? "/quitter"
+                                : "/behaviour");
+    if (kind == "bundle") {
+        const QString app = dir.path() + "/Counted.app";
+        QDir().mkpath(app + "/Contents/Linux");
+        QFile::copy(program, app + "/Contents/Linux/Counted");
+        writeFile(app + "/Contents/Info.plist",
+            VXPropertyList::toXml({ { "CFBundleExecutable", "Counted" } }));
+        program = app + "/Contents/Linux/Counted";
+    }
     VXProcessPtr record;
     {
-        Child child(kHelpers + "/behaviour");
+        Child child(program);
         QVERIFY(child.waitReady());
         record = VXProcess::processWithPID(child.pid());
-        QTRY_VERIFY(changes(spy).contains("started"));
+        // A bundle without window or bus name is found by the scan every few seconds.
+        QTRY_VERIFY_WITH_TIMEOUT(changes(spy).contains("started"), 15000);
         QVERIFY(VXProcess::indexOfCachedProcessWithSerialNumber(record->serialNumber())
             != VXProcess::NotFound);
     }
-    QTRY_VERIFY(changes(spy).contains("ended"));
-    QTest::qWait(600);
-    QVERIFY2(
-        changes(spy) == (QStringList { "started", "ended" }), qPrintable(changes(spy).join(' ')));
+    QTRY_VERIFY_WITH_TIMEOUT(changes(spy).contains("ended"), 15000);
+    QTRY_VERIFY_WITH_TIMEOUT(noise.state() == QProcess::NotRunning, 60000);
+    QTest::qWait(500);
+    QStringList seen = changes(spy);
+    seen.removeAll("front"); // a new window takes the focus
+    QVERIFY2(seen == (QStringList { "started", "ended" }), qPrintable(seen.join(' ')));
     QCOMPARE(VXProcess::applicationLaunchEndCount() - before, 2u);
     // After "ended" the cache holds no record of an ended process.
     QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber(record->serialNumber()),
         VXProcess::NotFound);
     for (const VXProcessPtr &p : VXProcess::cachedProcesses())
         QVERIFY(p->isStillRunning());
+}
+
+void TestVXProcessEvents::lookupBeforeApplicationObjectStillNotifies()
+{
+    // The helper looks itself up before it makes its application object,
+    // and prints the changes it hears afterwards.
+    Child early(kHelpers + "/quitter", { "early" });
+    QVERIFY(early.waitReady());
+    Child launched(kHelpers + "/quitter");
+    QVERIFY(launched.waitReady());
+    QByteArray heard;
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        (heard += early.process.readAll()).contains("change started"), heard.constData(), 10000);
 }
 
 void TestVXProcessEvents::frontProcessFollowsActivation()
@@ -157,6 +220,9 @@ void TestVXProcessEvents::frontProcessFollowsActivation()
     QVERIFY(second.waitReady());
     const VXProcessPtr a = VXProcess::processWithPID(first.pid());
     const VXProcessPtr b = VXProcess::processWithPID(second.pid());
+    // A program with a window is an application, also without a bundle.
+    QVERIFY(VXProcess::allProcesses().contains(a));
+    QCOMPARE(a->signatureString(), QStringLiteral("????"));
     QTRY_VERIFY(b->isFrontProcess()); // the newest window has the focus
     QTest::qWait(300);
     spy.clear();
@@ -173,22 +239,6 @@ void TestVXProcessEvents::frontProcessFollowsActivation()
     QTRY_VERIFY(!b->isFrontProcess());
     b->setHidden(false);
     QTRY_VERIFY(b->isFrontProcess());
-}
-
-void TestVXProcessEvents::accessibilityWithoutBusIsLogged()
-{
-    Child child(kHelpers + "/behaviour");
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    LogCapture capture;
-    p->addAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
-    p->removeAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
-    capture.restore();
-    const QString record = p->description();
-    QCOMPARE(capture.messages(),
-        (QStringList { "AX Notifications: Could not create application object for " + record,
-            "AX Notifications: Could not add notification AXFocusedUIElementChanged for "
-                + record }));
 }
 
 QTEST_GUILESS_MAIN(TestVXProcessEvents)
