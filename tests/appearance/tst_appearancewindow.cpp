@@ -133,13 +133,16 @@ void TestAppearanceWindow::followsThePortalWithoutRestart()
     QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(local), kDark), kPatience);
     QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(global), kDark), kPatience);
     QVERIFY(VXAppearance::applicationIsDark());
-    QTRY_COMPARE_WITH_TIMEOUT(observer.changes, 1, kPatience);
+    // At least once: on a busy machine the set-up's own change to light can
+    // arrive after the observer registered.
+    QTRY_VERIFY_WITH_TIMEOUT(observer.changes >= 1, kPatience);
 
     VXViewExtensions::unregisterDarkModeNotifications(&observer);
+    const int heard = observer.changes;
     QVERIFY(m_portal->set(QStringLiteral("color-scheme u 2")));
     QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(local), kLight), kPatience);
     QTRY_VERIFY_WITH_TIMEOUT(sameShown(shownAtCentre(global), kLight), kPatience);
-    QCOMPARE(observer.changes, 1);
+    QCOMPARE(observer.changes, heard);
 }
 
 void TestAppearanceWindow::accentFromThePortal_data()
