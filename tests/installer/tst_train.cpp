@@ -10,6 +10,7 @@
 #include "common/testfiles.h"
 #include "installer/desktopentry.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -132,17 +133,23 @@ void giveTo(const QString &path, const SystemTestUser &user)
     ::lchown(QFile::encodeName(path).constData(), user.uid, user.gid);
 }
 
-// A program run as the user, in the background.
-void startAs(QProcess &p, const SystemTestUser &user, const QStringList &args)
+// The swapper run as the user, in the background, from a copy in `folder`:
+// the build may lie where the user cannot enter (a clone under /root).
+bool startAs(
+    QProcess &p, const SystemTestUser &user, const QString &folder, const QStringList &args)
 {
+    const QString program = folder + "/swapper";
+    if (!QFile::exists(program) && !QFile::copy(kSwapper, program))
+        return false;
+    ::chmod(QFile::encodeName(program).constData(), 0755);
     const uid_t uid = user.uid;
     const gid_t gid = user.gid;
     p.setChildProcessModifier([uid, gid] {
         if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0)
             ::_exit(126);
     });
-    p.start(kSwapper, args);
-    QVERIFY(p.waitForStarted());
+    p.start(program, args);
+    return p.waitForStarted();
 }
 } // namespace
 
@@ -414,9 +421,11 @@ void TestTrain::racesOfTheCallerAreLost()
     }
     giveTo(base, *m_user);
     QProcess swapper;
-    startAs(swapper, *m_user, swap);
+    QVERIFY(startAs(swapper, *m_user, m_dir.path(), swap));
     int installed = 0;
-    while (!swapper.waitForFinished(0)) {
+    // Until the swapper's time is up (it stops by itself), at most a minute.
+    for (QDeadlineTimer limit(60000); !limit.hasExpired() && !swapper.waitForFinished(0)
+         && swapper.state() == QProcess::Running;) {
         const Result r = train({ source, destination }, uid());
         QVERIFY2(r.exitCode != -2, "the helper hung");
         if (r.exitCode != 0)
@@ -490,19 +499,27 @@ void TestTrain::signalsAndLimitsLeaveNoStaging()
         return QDir("/opt").entryList(
             { "." + m_name + "-signal.app.train-*" }, QDir::AllEntries | QDir::Hidden);
     };
-    // Ended by a signal at any moment: the staging copy goes with it, and
-    // the destination is absent or complete.
-    for (const int delay : { 0, 20, 60, 150 }) {
-        QProcess p;
+    // The helper in the background; a signal goes to it alone, and only
+    // while it runs (never kill(0): that is our own group).
+    auto start = [&](QProcess &p) {
         QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
         e.insert("PKEXEC_UID", QString::fromLatin1(uid()));
         p.setProcessEnvironment(e);
         p.start(kTrain, { source, destination });
-        QVERIFY(p.waitForStarted());
-        const qint64 pid = p.processId();
+        return p.waitForStarted() ? p.processId() : 0;
+    };
+    auto signal = [](QProcess &p, qint64 pid, int sig) {
+        if (p.state() != QProcess::NotRunning && pid > 0)
+            ::kill(pid_t(pid), sig);
+    };
+    // Ended by a signal at any moment: the staging copy goes with it, and
+    // the destination is absent or complete.
+    for (const int delay : { 0, 20, 60, 150 }) {
+        QProcess p;
+        const qint64 pid = start(p);
+        QVERIFY(pid > 0);
         QTest::qWait(delay);
-        if (p.state() != QProcess::NotRunning && pid > 0) // never kill(0): our own group
-            ::kill(pid_t(pid), SIGTERM);
+        signal(p, pid, SIGTERM);
         QVERIFY(p.state() == QProcess::NotRunning || p.waitForFinished(60000));
         // Killed before it set up its handlers, or stopped cleanly.
         QVERIFY2(p.exitStatus() == QProcess::CrashExit || p.exitCode() == 0 || p.exitCode() == 6,
@@ -513,15 +530,10 @@ void TestTrain::signalsAndLimitsLeaveNoStaging()
     }
     // SIGKILL leaves a marked staging copy; the next run removes it.
     QProcess p;
-    QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
-    e.insert("PKEXEC_UID", QString::fromLatin1(uid()));
-    p.setProcessEnvironment(e);
-    p.start(kTrain, { source, destination });
-    QVERIFY(p.waitForStarted());
-    const qint64 pid = p.processId();
+    const qint64 pid = start(p);
+    QVERIFY(pid > 0);
     QTRY_VERIFY_WITH_TIMEOUT(!staging().isEmpty() || p.state() == QProcess::NotRunning, 30000);
-    if (p.state() != QProcess::NotRunning && pid > 0)
-        ::kill(pid_t(pid), SIGKILL);
+    signal(p, pid, SIGKILL);
     p.waitForFinished();
     Result r = train({ source, destination }, uid());
     QVERIFY2(r.exitCode == 0, qPrintable(r.error));
