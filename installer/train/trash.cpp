@@ -120,7 +120,8 @@ bool volumeTrash(const std::string &folder, dev_t device, uid_t uid, Place &plac
 }
 
 // The child: finds the trash, reserves the entry's name with its info file
-// (made first, O_EXCL, as the specification asks) and sends both folders.
+// (made first, O_EXCL, as the freedesktop Trash specification asks) and
+// sends both folders.
 [[noreturn]] void prepareTrash(
     int socket, const Caller &caller, const std::string &original, dev_t device)
 {

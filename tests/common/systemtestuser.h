@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
+#include <cerrno>
 #include <csignal>
 #include <pwd.h>
 #include <unistd.h>
@@ -31,6 +32,7 @@ public:
             error = QStringLiteral("no useradd");
             return;
         }
+        removeUsersOfEndedTests();
         QProcess add;
         add.start(QStringLiteral("useradd"),
             { "--no-create-home", "--home-dir", home, "--shell", "/bin/sh", "--user-group",
@@ -78,6 +80,23 @@ public:
                 if (line.startsWith("Uid:")
                     && line.simplified().split(' ').value(1) == QByteArray::number(uid))
                     ::kill(value, SIGKILL);
+        }
+    }
+
+    // Users that tests killed before their end left behind: "quillet-t"
+    // and the pid of a test that no longer runs.
+    static void removeUsersOfEndedTests()
+    {
+        QFile passwd(QStringLiteral("/etc/passwd"));
+        if (!passwd.open(QIODevice::ReadOnly))
+            return;
+        for (const QByteArray &line : passwd.readAll().split('\n')) {
+            const QByteArray user = line.left(line.indexOf(':'));
+            bool number = false;
+            const int pid = user.mid(9).toInt(&number);
+            if (user.startsWith("quillet-t") && number && pid > 0 && ::kill(pid, 0) != 0
+                && errno == ESRCH)
+                QProcess::execute(QStringLiteral("userdel"), { QString::fromLatin1(user) });
         }
     }
 
