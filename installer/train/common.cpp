@@ -109,4 +109,10 @@ bool sameFile(const struct stat &a, const struct stat &b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+bool endsWith(const std::string &s, const std::string &suffix)
+{
+    return s.size() > suffix.size()
+        && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
 } // namespace Train

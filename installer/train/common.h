@@ -74,4 +74,7 @@ int openFolderAt(int dir, const std::string &name);
 
 bool sameFile(const struct stat &a, const struct stat &b);
 
+// Whether s is longer than suffix and ends with it.
+bool endsWith(const std::string &s, const std::string &suffix);
+
 } // namespace Train

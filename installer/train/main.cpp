@@ -44,12 +44,6 @@ namespace {
 
 constexpr const char *kWrapperMark = "trusted.quillet.wrapper";
 
-bool endsWith(const std::string &s, const std::string &suffix)
-{
-    return s.size() > suffix.size()
-        && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 std::string folderOf(const std::string &path)
 {
     return path.substr(0, path.rfind('/'));

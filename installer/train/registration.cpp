@@ -30,12 +30,6 @@ namespace Train {
 
 namespace {
 
-bool endsWith(const std::string &s, const std::string &suffix)
-{
-    return s.size() > suffix.size()
-        && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 // What the installer says about the bundle (DesktopEntry::Request), read
 // from standard input with limits, so that a writer that never finishes or
 // never stops cannot hold the helper.
