@@ -16,12 +16,12 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QBuffer>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLibrary>
 #include <QLoggingCategory>
 #include <QMessageBox>
 #include <QMutex>
@@ -34,7 +34,6 @@
 #include <QTextCursor>
 #include <QTextEdit>
 #include <QTimer>
-#include <QUiLoader>
 #include <QUrl>
 #include <cstdio>
 
@@ -161,15 +160,18 @@ bool InstallerWinController::loadInterface()
         window = new QWidget;
         Ui::InstallerWindow().setupUi(window);
     } else {
-        QBuffer buffer;
-        buffer.setData(contents);
-        buffer.open(QIODevice::ReadOnly);
-        QUiLoader loader;
-        window = loader.load(&buffer);
-        if (!window) {
-            m_interfaceError = loader.errorString();
+        // The form loader's module (interfaceloader.cpp), beside the sound's.
+        static QLibrary module(VXBundle::mainBundle().bundlePath()
+            + QLatin1String("/Contents/PlugIns/libquilletinterface.so"));
+        using Load = QWidget *(*)(const QByteArray &contents, QString *error);
+        const auto load = reinterpret_cast<Load>(module.resolve("quilletLoadInterface"));
+        if (!load) {
+            m_interfaceError = module.errorString();
             return false;
         }
+        window = load(contents, &m_interfaceError);
+        if (!window)
+            return false;
     }
     m_window = window;
     m_window->setAttribute(Qt::WA_DeleteOnClose, false);

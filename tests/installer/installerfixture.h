@@ -45,8 +45,10 @@ public:
         QFile::copy(built + QLatin1String("/Contents/Info.plist"),
             installer + QLatin1String("/Contents/Info.plist"));
         QDir().mkpath(installer + QLatin1String("/Contents/PlugIns"));
-        QFile::copy(built + QLatin1String("/Contents/PlugIns/libquilletsound.so"),
-            installer + QLatin1String("/Contents/PlugIns/libquilletsound.so"));
+        for (const QString &file :
+            QDir(built + QLatin1String("/Contents/PlugIns")).entryList(QDir::Files))
+            QFile::copy(built + QLatin1String("/Contents/PlugIns/") + file,
+                installer + QLatin1String("/Contents/PlugIns/") + file);
         VXBundle::setMainBundlePath(installer);
         InstallerWinController::setApplicationsFolders(applications, userApplications);
     }
