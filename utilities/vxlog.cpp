@@ -27,9 +27,7 @@ QString timestamp()
 {
     timespec now {};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    struct tm local
-    {
-    };
+    tm local = {};
     ::localtime_r(&now.tv_sec, &local);
     char text[40];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d ", local.tm_year + 1900,
