@@ -16,6 +16,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -38,12 +39,6 @@
 #include <cstdio>
 
 Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer", QtWarningMsg)
-
-// The interface file compiled into the program, for a bundle that lost its own.
-static void initInterfaceResource()
-{
-    Q_INIT_RESOURCE(installer);
-}
 
 namespace {
 QMutex g_labelMutex;
@@ -139,24 +134,23 @@ bool InstallerWinController::loadInterface()
     if (path.isEmpty())
         path = VXBundle::mainBundle().pathForResource(
             QStringLiteral("InstallerWindow"), QStringLiteral("ui"));
-    if (path.isEmpty() || !QFileInfo(path).isFile()) {
-        initInterfaceResource();
-        path = QStringLiteral(":/InstallerWindow.ui");
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        m_interfaceError = file.errorString();
-        return false;
-    }
     // The bundle's interface file decides what the window holds. While it is
-    // the file the program was built with, the compiled form builds the same
-    // window without parsing XML or loading Designer's widget plugins (which
-    // bring in QtQuick); any other file is loaded as it stands.
-    const QByteArray contents = file.readAll();
+    // the file the program was built with (or the bundle lost its own), the
+    // compiled form builds the same window without parsing XML or loading
+    // Designer's widget plugins; any other file is loaded as it stands.
+    QByteArray contents;
+    if (!path.isEmpty() && QFileInfo(path).isFile()) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            m_interfaceError = file.errorString();
+            return false;
+        }
+        contents = file.readAll();
+    }
     QWidget *window = nullptr;
-    initInterfaceResource();
-    QFile built(QStringLiteral(":/InstallerWindow.ui"));
-    if (built.open(QIODevice::ReadOnly) && built.readAll() == contents) {
+    if (contents.isNull()
+        || QCryptographicHash::hash(contents, QCryptographicHash::Sha256).toHex()
+            == QByteArrayLiteral(QUILLET_INTERFACE_SHA256)) {
         window = new QWidget;
         Ui::InstallerWindow().setupUi(window);
     } else {
