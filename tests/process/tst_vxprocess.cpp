@@ -21,6 +21,11 @@
 #include <unistd.h>
 
 namespace {
+template <typename... T> void row(const char *name, const T &...values)
+{
+    (QTest::newRow(name) << ... << values);
+}
+
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
 QByteArray be(quint32 value, int bytes)
@@ -71,471 +76,392 @@ class TestVXProcess : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void cleanup() { VXProcessPlatform::setSignalSender({}); }
-    void lookupsShareRecordsAndKeepRecentFirst();
-    void listHoldsApplicationsOnly();
-    void listingOpensNoDescriptorPerProcess();
-    void bundledProcessDetails();
-    void gnustepBundleAnswersAlikeInAnyOrder_data();
-    void gnustepBundleAnswersAlikeInAnyOrder();
-    void version_data();
-    void version();
-    void exitedRecordKeepsDetailsButNotLife();
-    void reusedPidIsNeverTheOldProcess();
-    void quit_data();
-    void quit();
-    void cpuTimeOfBusyProcess();
-    void unusualProcessTableEntries();
-    void accessibilityWithoutBusIsLogged();
-};
+    void recordsAreSharedAndOutliveTheirProcess()
+    {
+        auto a = std::make_unique<TestChild>(kHelpers + "/behaviour");
+        TestChild b(kHelpers + "/behaviour");
+        QVERIFY(a->waitReady() && b.waitReady());
+        const VXProcessPtr first = VXProcess::processWithPID(a->pid());
+        const VXProcessPtr second = VXProcess::processWithPID(b.pid());
+        QVERIFY(first && second && !first->isEqual(second) && first->isStillRunning());
+        QCOMPARE(VXProcess::processWithPID(a->pid()), first); // the same object, now in front
+        QCOMPARE(VXProcess::cachedProcesses().first(), first);
+        QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber(second->serialNumber()), 1);
+        QCOMPARE(VXProcess::processWithSerialNumber(first->serialNumber()), first);
+        QVERIFY(VXProcess::currentProcess()->isEqual(VXProcess::processWithPID(::getpid())));
+        QVERIFY(!VXProcess::processWithPID(0) && !VXProcess::processWithPID(-5));
 
-void TestVXProcess::lookupsShareRecordsAndKeepRecentFirst()
-{
-    TestChild a(kHelpers + "/behaviour"), b(kHelpers + "/behaviour");
-    QVERIFY(a.waitReady() && b.waitReady());
-    const VXProcessPtr first = VXProcess::processWithPID(a.pid());
-    const VXProcessPtr second = VXProcess::processWithPID(b.pid());
-    QVERIFY(first && second && !first->isEqual(second));
-    QCOMPARE(VXProcess::cachedProcesses().first(), second);
-    QCOMPARE(VXProcess::processWithPID(a.pid()), first); // the same object
-    QCOMPARE(VXProcess::cachedProcesses().first(), first); // moved to the front
-    QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber(second->serialNumber()), 1);
-    QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber({ 1, 1 }), VXProcess::NotFound);
-    QCOMPARE(VXProcess::processWithSerialNumber(first->serialNumber()), first);
-    QVERIFY(VXProcess::currentProcess()->isEqual(VXProcess::processWithPID(::getpid())));
-    QVERIFY(!VXProcess::processWithPID(0) && !VXProcess::processWithPID(-5));
-}
-
-void TestVXProcess::listHoldsApplicationsOnly()
-{
-    // Here (no display, no bus) only a bundle makes an application: a plain
-    // program, although "????" like the bundle without a signature, is found
-    // by its pid but neither listed nor found by signature.
-    QTemporaryDir dir;
-    TestChild bundled(makeBundle(dir.path(), {}));
-    TestChild plain(kHelpers + "/behaviour");
-    QVERIFY(bundled.waitReady() && plain.waitReady());
-    QList<qint32> pids;
-    for (const VXProcessPtr &p : VXProcess::allProcesses())
-        pids << p->unixPID();
-    QVERIFY(pids.contains(bundled.pid()));
-    QVERIFY(!pids.contains(plain.pid()) && !pids.contains(qint32(::getpid())));
-    QVERIFY(std::is_sorted(pids.begin(), pids.end()));
-    QCOMPARE(VXProcess::processWithPID(plain.pid())->signatureString(), QStringLiteral("????"));
-    QCOMPARE(VXProcess::processWithSignatureString("????")->unixPID(), bundled.pid());
-
-    // A thread's id is no process id: no second record of this process.
-    std::promise<pid_t> tid;
-    std::promise<void> stop;
-    std::thread thread([&] {
-        tid.set_value(::gettid());
-        stop.get_future().wait();
-    });
-    const bool found = bool(VXProcess::processWithPID(tid.get_future().get()));
-    stop.set_value();
-    thread.join();
-    QVERIFY(!found);
-}
-
-void TestVXProcess::listingOpensNoDescriptorPerProcess()
-{
-    VXProcess::installNotifications();
-    auto descriptors = [] {
-        return QDir("/proc/self/fd")
-            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-            .size();
-    };
-    // 2,000 sleeping processes of our own, in a process group of their own,
-    // which the shell kills when its input closes.
-    QProcess sleepers;
-    sleepers.setChildProcessModifier([] { ::setpgid(0, 0); });
-    sleepers.start("sh",
-        { "-c",
-            "for i in $(seq 2000); do sleep 600 & p=\"$p $!\"; done; echo ready; read x; kill $p; "
-            "wait" });
-    const auto reap = qScopeGuard([&] {
-        sleepers.closeWriteChannel();
-        if (!sleepers.waitForFinished(60000))
-            ::kill(-pid_t(sleepers.processId()), SIGKILL);
-        sleepers.waitForFinished();
-    });
-    while (!sleepers.canReadLine() && sleepers.waitForReadyRead(-1))
-        ;
-    QVERIFY(sleepers.readLine().startsWith("ready"));
-    const qsizetype before = descriptors();
-    for (int i = 0; i < 3; ++i) {
-        VXProcess::allProcesses();
-        QTest::qWait(200); // whatever watches processes has had its turn
+        // An ended process's record keeps what it read; cleaning drops it from the cache.
+        const QString name = first->name(), path = first->path();
+        a.reset(); // killed and reaped
+        QVERIFY(!first->isStillRunning() && first->unixPID() == 0);
+        QVERIFY(VXProcess::cachedProcesses().contains(first));
+        VXProcess::cleanupCache();
+        QCOMPARE(VXProcess::indexOfCachedProcessWithSerialNumber(first->serialNumber()),
+            VXProcess::NotFound);
+        QCOMPARE(first->name(), name);
+        QCOMPARE(first->path(), path);
+        LogCapture capture;
+        QVERIFY(!first->quitRunningApplicationWithTimeout(0.5f));
+        capture.restore();
+        QCOMPARE(capture.messages(), QStringList { "cannot quit behaviour: no pid" });
     }
-    QCOMPARE(descriptors(), before);
-}
 
-void TestVXProcess::bundledProcessDetails()
-{
-    // A background agent whose signature has a high byte (¬ is 0xC2 in Mac
-    // OS Roman, widened as a signed byte in the hex form).
-    QTemporaryDir dir;
-    const QString program = makeBundle(dir.path(),
-        { { "CFBundleName", "Test Helper" }, { "CFBundleIdentifier", "dev.quillet.test.helper" },
-            { "CFBundleSignature", "Q¬st" }, { "CFBundleShortVersionString", "3.1.4" },
-            { "NSPrincipalClass", "QApplication" }, { "CFBundleIconFile", "Helper" },
-            { "LSUIElement", true } });
-    const QString app = dir.path() + "/Test Helper.app";
-    writeFile(app + "/Contents/Resources/Helper.png", "png");
-    TestChild child(program);
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    QCOMPARE(p->signatureHexString(), QStringLiteral("51FFFFFFC27374"));
-    QCOMPARE(p->path(), app);
-    QCOMPARE(p->appName(), QStringLiteral("Test Helper.app"));
-    QCOMPARE(p->majorVersionNumber(), 3);
-    QCOMPARE(p->platform(), QStringLiteral("Cocoa"));
-    QVERIFY(p->isCocoa() && p->isBackgroundOnly());
-    QCOMPARE(p->iconPath(), app + "/Contents/Resources/Helper.png");
-    QCOMPARE(p->description(), QStringLiteral("Process \"Test Helper\" (Q¬st) 3.1.4"));
-    QCOMPARE(p->detailedDescription(),
-        QStringLiteral("Test Helper V3.1.4 (Q¬st/dev.quillet.test.helper)"));
-    QCOMPARE(p->hashStringSource(), QStringLiteral("id:dev.quillet.test.helper"));
-    QProcess md5; // the digest agrees with the system's md5sum
-    md5.start("sh", { "-c", "printf %s id:dev.quillet.test.helper | md5sum" });
-    QVERIFY(md5.waitForFinished());
-    QCOMPARE(p->hashString(), QString::fromLatin1(md5.readAllStandardOutput().left(32)));
-    QVERIFY(qAbs(p->launchDate().secsTo(QDateTime::currentDateTime())) < 60);
-    QVERIFY(VXProcess::processWithSignatureString("Q¬st")->isEqual(p));
-    QVERIFY(VXProcess::processWithIdentifier("dev.quillet.test.helper")->isEqual(p));
-    QVERIFY(!VXProcess::processWithSignatureString("Zzz9"));
-    const QString report = VXProcess::processListForDiagnosticsReport();
-    QVERIFY(report.startsWith("Foreground processes:\n") && report.endsWith("\n"));
-    const qsizetype background = report.indexOf("\n\nBackground processes:\n");
-    QVERIFY(background > 0 && report.indexOf(p->detailedDescription()) > background);
-}
+    void listHoldsApplicationsOnly()
+    {
+        // Here (no display, no bus) only a bundle makes an application: a plain
+        // program, although "????" like the bundle without a signature, is found
+        // by its pid but neither listed nor found by signature.
+        QTemporaryDir dir;
+        TestChild bundled(makeBundle(dir.path(), {}));
+        TestChild plain(kHelpers + "/behaviour");
+        QVERIFY(bundled.waitReady() && plain.waitReady());
+        QList<qint32> pids;
+        for (const VXProcessPtr &p : VXProcess::allProcesses())
+            pids << p->unixPID();
+        QVERIFY(pids.contains(bundled.pid()));
+        QVERIFY(!pids.contains(plain.pid()) && !pids.contains(qint32(::getpid())));
+        QVERIFY(std::is_sorted(pids.begin(), pids.end()));
+        QCOMPARE(VXProcess::processWithPID(plain.pid())->signatureString(), QStringLiteral("????"));
+        QCOMPARE(VXProcess::processWithSignatureString("????")->unixPID(), bundled.pid());
 
-void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder_data()
-{
-    QTest::addColumn<QString>("first");
-    for (const char *detail : { "path", "version", "identifier", "platform", "hashString" })
-        QTest::newRow(detail) << QString::fromLatin1(detail);
-}
+        // A thread's id is no process id: no second record of this process.
+        std::promise<pid_t> tid;
+        std::promise<void> stop;
+        std::thread thread([&] {
+            tid.set_value(::gettid());
+            stop.get_future().wait();
+        });
+        const bool found = bool(VXProcess::processWithPID(tid.get_future().get()));
+        stop.set_value();
+        thread.join();
+        QVERIFY(!found);
+    }
 
-void TestVXProcess::gnustepBundleAnswersAlikeInAnyOrder()
-{
-    // Name.app/Resources/Info-gnustep.plist, the program at the top.
-    QFETCH(QString, first);
-    QTemporaryDir dir;
-    const QString app = dir.path() + "/Gnu.app";
-    QDir().mkpath(app);
-    QFile::copy(kHelpers + "/behaviour", app + "/Gnu");
-    writeFile(app + "/Resources/Info-gnustep.plist",
-        VXPropertyList::toXml({ { "NSExecutable", "Gnu" },
-            { "CFBundleIdentifier", "dev.quillet.gnu" }, { "CFBundleShortVersionString", "4.2" },
-            { "NSPrincipalClass", "NSApplication" } }));
-    TestChild child(app + "/Gnu");
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    auto detail = [&](const QString &name) {
-        return name == "path"      ? p->path()
-            : name == "version"    ? p->version()
-            : name == "identifier" ? p->identifier()
-            : name == "platform"   ? p->platform()
-                                   : p->hashStringSource();
-    };
-    detail(first);
-    QCOMPARE(detail("path"), app);
-    QCOMPARE(detail("version"), QStringLiteral("4.2"));
-    QCOMPARE(detail("identifier"), QStringLiteral("dev.quillet.gnu"));
-    QCOMPARE(detail("platform"), QStringLiteral("Cocoa"));
-    QCOMPARE(detail("hashString"), QStringLiteral("id:dev.quillet.gnu"));
-}
-
-void TestVXProcess::version_data()
-{
-    // A bundle's Info dictionary, or a plain program with a classic 'vers'
-    // resource beside it; the version, and a comparison with it.
-    QTest::addColumn<QVariantMap>("info");
-    QTest::addColumn<QByteArray>("fork");
-    QTest::addColumn<QString>("version");
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<bool>("atLeast");
-    auto shortVersion = [](const char *v) {
-        return QVariantMap { { "CFBundleShortVersionString", v } };
-    };
-    QTest::newRow("short without dot, bundle version")
-        << QVariantMap { { "CFBundleShortVersionString", "7" }, { "CFBundleVersion", "7.0.1" } }
-        << QByteArray() << "7.0.1"
-        << "7.0.2" << false;
-    QTest::newRow("short with dot")
-        << QVariantMap { { "CFBundleShortVersionString", "2.5" }, { "CFBundleVersion", "250" } }
-        << QByteArray() << "2.5"
-        << "2.5" << true;
-    QTest::newRow("neither") << QVariantMap { { "CFBundleName", "X" } } << QByteArray() << "1.0"
-                             << "1" << true;
-    QTest::newRow("version not a string")
-        << QVariantMap { { "CFBundleVersion", 5 } } << QByteArray() << "1.0"
-        << "1.0.1" << false;
-    QTest::newRow("missing component is 0") << shortVersion("1.2.0") << QByteArray() << "1.2.0"
-                                            << "1.2" << true;
-    QTest::newRow("compared by value") << shortVersion("1.10") << QByteArray() << "1.10"
-                                       << "1.9" << true;
-    QTest::newRow("older by value") << shortVersion("1.9") << QByteArray() << "1.9"
-                                    << "1.10" << false;
-    QTest::newRow("vers: beta with bugfix") << QVariantMap() << versFork(0x01236004) << "1.2.3b4"
-                                            << "" << false;
-    QTest::newRow("vers: final, no bugfix") << QVariantMap() << versFork(0x10408000) << "10.4"
-                                            << "" << false;
-    QTest::newRow("vers: final stage with revision has no letter")
-        << QVariantMap() << versFork(0x02018007) << "2.0.17"
-        << "" << false;
-    QTest::newRow("vers: in an AppleDouble file")
-        << QVariantMap() << appleDouble(versFork(0x01002009)) << "1.0d9"
-        << "" << false;
-    QTest::newRow("vers: damaged fork")
-        << QVariantMap() << QByteArray("\0\0\1\0\xff\xff\xff\xff", 8) << "1.0"
-        << "" << false;
-}
-
-void TestVXProcess::version()
-{
-    QFETCH(QVariantMap, info);
-    QFETCH(QByteArray, fork);
-    QFETCH(QString, version);
-    QFETCH(QString, wanted);
-    QFETCH(bool, atLeast);
-    QTemporaryDir dir;
-    QString program = dir.path() + "/classic";
-    if (fork.isEmpty())
-        program = makeBundle(dir.path(), info);
-    else
-        QFile::copy(kHelpers + "/behaviour", program);
-    if (fork.startsWith(QByteArrayView("\0\5\26\7", 4)))
-        writeFile(dir.path() + "/._classic", fork);
-    else if (!fork.isEmpty())
-        writeFile(program + ".rsrc", fork);
-    TestChild child(program);
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    QCOMPARE(p->version(), version);
-    if (!wanted.isEmpty())
-        QCOMPARE(p->isAtLeastVersion(wanted), atLeast);
-}
-
-void TestVXProcess::exitedRecordKeepsDetailsButNotLife()
-{
-    auto child = std::make_unique<TestChild>(kHelpers + "/behaviour");
-    QVERIFY(child->waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child->pid());
-    const QString name = p->name(), path = p->path();
-    QVERIFY(p->isStillRunning());
-    child.reset(); // killed and reaped
-    QVERIFY(!p->isStillRunning());
-    QCOMPARE(p->unixPID(), 0);
-    QVERIFY(
-        VXProcess::indexOfCachedProcessWithSerialNumber(p->serialNumber()) != VXProcess::NotFound);
-    VXProcess::cleanupCache();
-    QCOMPARE(
-        VXProcess::indexOfCachedProcessWithSerialNumber(p->serialNumber()), VXProcess::NotFound);
-    QCOMPARE(p->name(), name); // a kept record keeps what it read
-    QCOMPARE(p->path(), path);
-    LogCapture capture;
-    QVERIFY(!p->quitRunningApplicationWithTimeout(0.5f));
-    capture.restore();
-    QCOMPARE(capture.messages(), QStringList { "cannot quit behaviour: no pid" });
-}
-
-void TestVXProcess::reusedPidIsNeverTheOldProcess()
-{
-    // An old record whose pid now belongs to another process: the start time
-    // tells them apart, so nothing answers for, or is sent to, the new one.
-    TestChild survivor(kHelpers + "/behaviour");
-    QVERIFY(survivor.waitReady());
-    const VXProcessSerialNumber live = VXProcessPlatform::serialNumberForPid(survivor.pid());
-    const VXProcessSerialNumber old { live.highLongOfPSN, live.lowLongOfPSN - 1 };
-    const VXProcessPtr oldRecord = VXProcess::processWithSerialNumber(old);
-    QVERIFY(!oldRecord->isStillRunning() && oldRecord->unixPID() == 0);
-    QVERIFY(!oldRecord->isEqual(VXProcess::processWithPID(survivor.pid())));
-    QCOMPARE(VXProcessPlatform::sendSignal(old, SIGKILL), VXProcessPlatform::SignalResult::Gone);
-    LogCapture quiet;
-    QVERIFY(!oldRecord->quitRunningApplicationWithTimeout(0.2f));
-    oldRecord->forceQuit();
-    oldRecord->wakeUp();
-    QTest::qWait(100);
-    QCOMPARE(survivor.process.state(), QProcess::Running);
-
-    // Real reuse, where root may choose the next pid.
-    const QString lastPid = QStringLiteral("/proc/sys/kernel/ns_last_pid");
-    if (!QFile(lastPid).open(QIODevice::WriteOnly))
-        QSKIP("cannot choose the next pid here (needs root in this pid namespace)");
-    const pid_t first = ::fork();
-    if (first == 0)
-        ::_exit(0);
-    const VXProcessPtr firstRecord = VXProcess::processWithPID(first); // null if a zombie already
-    ::waitpid(first, nullptr, 0);
-    // Start times count clock ticks: a pid comes round again only after the
-    // whole pid space, never within the same tick.
-    QTest::qWait(30);
-    const VXProcessSerialNumber firstSerial
-        = firstRecord ? firstRecord->serialNumber() : VXProcessSerialNumber {};
-    pid_t second = -1;
-    auto end = [&] {
-        if (second > 0 && ::kill(second, SIGKILL) == 0)
-            ::waitpid(second, nullptr, 0);
-    };
-    const auto reap = qScopeGuard(end); // a child left behind would hold our output open
-    for (int attempt = 0; attempt < 200 && second != first; ++attempt) {
-        end();
-        writeFile(lastPid, QByteArray::number(first - 1));
-        if ((second = ::fork()) == 0) {
-            ::pause();
-            ::_exit(0);
+    void listingOpensNoDescriptorPerProcess()
+    {
+        VXProcess::installNotifications();
+        auto descriptors = [] {
+            return QDir("/proc/self/fd")
+                .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+                .size();
+        };
+        // 2,000 sleeping processes of our own, in a process group of their own,
+        // which the shell kills when its input closes.
+        QProcess sleepers;
+        sleepers.setChildProcessModifier([] { ::setpgid(0, 0); });
+        sleepers.start("sh",
+            { "-c",
+                "for i in $(seq 2000); do sleep 600 & p=\"$p $!\"; done; echo ready; read x; kill "
+                "$p; "
+                "wait" });
+        const auto reap = qScopeGuard([&] {
+            sleepers.closeWriteChannel();
+            if (!sleepers.waitForFinished(60000))
+                ::kill(-pid_t(sleepers.processId()), SIGKILL);
+            sleepers.waitForFinished();
+        });
+        while (!sleepers.canReadLine() && sleepers.waitForReadyRead(-1))
+            ;
+        QVERIFY(sleepers.readLine().startsWith("ready"));
+        const qsizetype before = descriptors();
+        for (int i = 0; i < 3; ++i) {
+            VXProcess::allProcesses();
+            QTest::qWait(200); // whatever watches processes has had its turn
         }
+        QCOMPARE(descriptors(), before);
     }
-    QCOMPARE(second, first);
-    if (firstRecord) {
-        QVERIFY(!firstRecord->isStillRunning());
-        QVERIFY(!firstRecord->quitRunningApplicationWithTimeout(0.1f));
-        QCOMPARE(VXProcessPlatform::sendSignal(firstSerial, SIGKILL),
-            VXProcessPlatform::SignalResult::Gone);
+
+    void bundledProcessDetails()
+    {
+        // A background agent whose signature has a high byte (¬ is 0xC2 in Mac
+        // OS Roman, widened as a signed byte in the hex form).
+        QTemporaryDir dir;
+        const QString program = makeBundle(dir.path(),
+            { { "CFBundleName", "Test Helper" },
+                { "CFBundleIdentifier", "dev.quillet.test.helper" },
+                { "CFBundleSignature", "Q¬st" }, { "CFBundleShortVersionString", "3.1.4" },
+                { "NSPrincipalClass", "QApplication" }, { "CFBundleIconFile", "Helper" },
+                { "LSUIElement", true } });
+        const QString app = dir.path() + "/Test Helper.app";
+        writeFile(app + "/Contents/Resources/Helper.png", "png");
+        TestChild child(program);
+        QVERIFY(child.waitReady());
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        QCOMPARE(p->signatureHexString(), QStringLiteral("51FFFFFFC27374"));
+        QCOMPARE(p->path(), app);
+        QCOMPARE(p->platform(), QStringLiteral("Cocoa"));
+        QVERIFY(p->isCocoa() && p->isBackgroundOnly());
+        QCOMPARE(p->iconPath(), app + "/Contents/Resources/Helper.png");
+        QCOMPARE(p->description(), QStringLiteral("Process \"Test Helper\" (Q¬st) 3.1.4"));
+        QCOMPARE(p->detailedDescription(),
+            QStringLiteral("Test Helper V3.1.4 (Q¬st/dev.quillet.test.helper)"));
+        QCOMPARE(p->hashStringSource(), QStringLiteral("id:dev.quillet.test.helper"));
+        QProcess md5; // the digest agrees with the system's md5sum
+        md5.start("sh", { "-c", "printf %s id:dev.quillet.test.helper | md5sum" });
+        QVERIFY(md5.waitForFinished());
+        QCOMPARE(p->hashString(), QString::fromLatin1(md5.readAllStandardOutput().left(32)));
+        QVERIFY(qAbs(p->launchDate().secsTo(QDateTime::currentDateTime())) < 60);
+        QVERIFY(VXProcess::processWithSignatureString("Q¬st")->isEqual(p));
+        QVERIFY(VXProcess::processWithIdentifier("dev.quillet.test.helper")->isEqual(p));
+        QVERIFY(!VXProcess::processWithSignatureString("Zzz9"));
+        const QString report = VXProcess::processListForDiagnosticsReport();
+        QVERIFY(report.startsWith("Foreground processes:\n") && report.endsWith("\n"));
+        const qsizetype background = report.indexOf("\n\nBackground processes:\n");
+        QVERIFY(background > 0 && report.indexOf(p->detailedDescription()) > background);
     }
-    QVERIFY(VXProcess::processWithPID(second)->serialNumber() != firstSerial);
-    QCOMPARE(::kill(second, 0), 0); // still alive: never signalled
-}
 
-void TestVXProcess::quit_data()
-{
-    // How the process behaves, what signal delivery does (real, or a process
-    // that is gone or that no signal reaches), the time-out, the outcome,
-    // the one log line, and the least time the phases must have taken.
-    QTest::addColumn<QString>("behaviour");
-    QTest::addColumn<QString>("delivery");
-    QTest::addColumn<float>("timeout");
-    QTest::addColumn<bool>("quit");
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<int>("atLeastMs");
-    const QString after = " after 0\\.\\d{3}s \\(\\d+ attempts\\)$";
-    QTest::newRow("cooperative") << "cooperative"
-                                 << "real" << 2.0f << true
-                                 << "^quit behaviour: (terminated|process stopped)" + after << 0;
-    QTest::newRow("stubborn: killed after the polite deadline")
-        << "stubborn"
-        << "real" << 0.3f << true
-        << "^(force-quit behaviour: terminated|foce-quit behaviour: process stopped)" + after
-        << 300;
-    QTest::newRow("gone before the first request")
-        << ""
-        << "gone" << 1.0f << true
-        << "^quit behaviour: process stopped after 0\\.000s \\(1 attempts\\)$" << 0;
-    QTest::newRow("no signal reaches it: fails after both deadlines")
-        << "stubborn"
-        << "delivered" << 0.25f << false << "^quitting behaviour failed$" << 500;
-}
+    void gnustepBundleAnswersAlikeInAnyOrder_data()
+    {
+        QTest::addColumn<int>("first");
+        int i = 0;
+        for (const char *detail : { "path", "version", "identifier", "platform", "hashString" })
+            QTest::newRow(detail) << i++;
+    }
 
-void TestVXProcess::quit()
-{
-    QFETCH(QString, behaviour);
-    QFETCH(QString, delivery);
-    QFETCH(float, timeout);
-    QFETCH(bool, quit);
-    QFETCH(QString, line);
-    QFETCH(int, atLeastMs);
-    TestChild child(
-        kHelpers + "/behaviour", behaviour.isEmpty() ? QStringList() : QStringList { behaviour });
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    const auto result = delivery == "gone" ? VXProcessPlatform::SignalResult::Gone
-                                           : VXProcessPlatform::SignalResult::Delivered;
-    if (delivery != "real")
-        VXProcessPlatform::setSignalSender(
-            [=](const VXProcessSerialNumber &, int) { return result; });
-    LogCapture capture;
-    QElapsedTimer clock;
-    clock.start();
-    QCOMPARE(p->quitRunningApplicationWithTimeout(timeout), quit);
-    QVERIFY(clock.elapsed() >= atLeastMs); // the phases ran to their deadlines
-    capture.restore();
-    const QStringList log = capture.messages();
-    QCOMPARE(log.size(), 1);
-    QVERIFY2(QRegularExpression(line).match(log.first()).hasMatch(), qPrintable(log.first()));
-    if (delivery != "gone") // a process a signal would not reach stays
-        QCOMPARE(p->isStillRunning(), delivery == "delivered");
-}
+    void gnustepBundleAnswersAlikeInAnyOrder()
+    {
+        // Name.app/Resources/Info-gnustep.plist, the program at the top.
+        QFETCH(int, first);
+        QTemporaryDir dir;
+        const QString app = dir.path() + "/Gnu.app";
+        QDir().mkpath(app);
+        QFile::copy(kHelpers + "/behaviour", app + "/Gnu");
+        writeFile(app + "/Resources/Info-gnustep.plist",
+            VXPropertyList::toXml(
+                { { "NSExecutable", "Gnu" }, { "CFBundleIdentifier", "dev.quillet.gnu" },
+                    { "CFBundleShortVersionString", "4.2" },
+                    { "NSPrincipalClass", "NSApplication" } }));
+        TestChild child(app + "/Gnu");
+        QVERIFY(child.waitReady());
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        const QList<std::pair<QString (VXProcess::*)(), QString>> details {
+            { &VXProcess::path, app }, { &VXProcess::version, "4.2" },
+            { &VXProcess::identifier, "dev.quillet.gnu" }, { &VXProcess::platform, "Cocoa" },
+            { &VXProcess::hashStringSource, "id:dev.quillet.gnu" }
+        };
+        ((*p).*details.at(first).first)();
+        for (const auto &[detail, want] : details)
+            QCOMPARE(((*p).*detail)(), want);
+    }
 
-void TestVXProcess::cpuTimeOfBusyProcess()
-{
-    TestChild child(kHelpers + "/behaviour", { "busy" });
-    QVERIFY(child.waitReady());
-    // Wait until it has used over half a second of CPU, however busy the
-    // machine is (utime, field 14 of its stat, in clock ticks).
-    auto userTicks = [&] {
-        const QByteArray line = readFile(QString("/proc/%1/stat").arg(child.pid()));
-        return line.mid(line.lastIndexOf(')') + 2).split(' ').value(11).toLongLong();
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(userTicks() > ::sysconf(_SC_CLK_TCK) * 6 / 10, 30000);
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    const double seconds = p->cpuTime();
-    QVERIFY2(seconds >= 0.5 && seconds < 60, qPrintable(QString::number(seconds)));
-    QVERIFY(readFile("/tmp/proc_cpu_time.txt").contains(':'));
-    child.process.kill();
-    child.process.waitForFinished();
-    QCOMPARE(p->cpuTime(), 0.0);
-}
+    void version_data()
+    {
+        // A bundle's Info dictionary, or a plain program with a classic 'vers'
+        // resource beside it; the version, and a comparison with it.
+        QTest::addColumn<QVariantMap>("info");
+        QTest::addColumn<QByteArray>("fork");
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("wanted");
+        QTest::addColumn<bool>("atLeast");
+        const QVariantMap none;
+        const QByteArray plain;
+        auto shortVersion = [](const char *v) {
+            return QVariantMap { { "CFBundleShortVersionString", v } };
+        };
+        row("short without dot, bundle version",
+            QVariantMap { { "CFBundleShortVersionString", "7" }, { "CFBundleVersion", "7.0.1" } },
+            plain, "7.0.1", "7.0.2", false);
+        row("short with dot",
+            QVariantMap { { "CFBundleShortVersionString", "2.5" }, { "CFBundleVersion", "250" } },
+            plain, "2.5", "2.5", true);
+        row("neither", QVariantMap { { "CFBundleName", "X" } }, plain, "1.0", "1", true);
+        row("version not a string", QVariantMap { { "CFBundleVersion", 5 } }, plain, "1.0", "1.0.1",
+            false);
+        row("missing component is 0", shortVersion("1.2.0"), plain, "1.2.0", "1.2", true);
+        row("compared by value", shortVersion("1.10"), plain, "1.10", "1.9", true);
+        row("older by value", shortVersion("1.9"), plain, "1.9", "1.10", false);
+        row("vers: beta with bugfix", none, versFork(0x01236004), "1.2.3b4", "", false);
+        row("vers: final, no bugfix", none, versFork(0x10408000), "10.4", "", false);
+        row("vers: final stage with revision has no letter", none, versFork(0x02018007), "2.0.17",
+            "", false);
+        row("vers: in an AppleDouble file", none, appleDouble(versFork(0x01002009)), "1.0d9", "",
+            false);
+        row("vers: damaged fork", none, QByteArray("\0\0\1\0\xff\xff\xff\xff", 8), "1.0", "",
+            false);
+    }
 
-void TestVXProcess::unusualProcessTableEntries()
-{
-    // A process table with what a live one holds only for moments: a
-    // zombie, a kernel thread, an entry that vanished after the listing, a
-    // damaged stat line, a name with parentheses and blanks, and a process
-    // whose program file is hidden from us.
-    QTemporaryDir root;
-    auto stat = [&](int pid, const QByteArray &line) {
-        writeFile(root.path() + QString("/%1/stat").arg(pid), line);
-    };
-    const QByteArray tail = " 1 1 1 0 -1 4194560 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0";
-    stat(100, "100 (zombie) Z" + tail);
-    stat(101, "101 (kworker/0:1) I 2 0 0 0 -1 2129984 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0");
-    QDir().mkpath(root.path() + "/102"); // gone: no stat any more
-    stat(103, "103 (short) S 1");
-    stat(104, "104 (my (odd) name) S" + tail);
-    stat(105, "105 (hidden) S" + tail);
-    writeFile(root.path() + "/stat", "cpu 0 0 0 0\nbtime 1700000000\n");
-    QFile::link(kHelpers + "/behaviour", root.path() + "/104/exe");
-    VXProcessPlatform::setProcRoot(root.path());
-    const auto restore = qScopeGuard([] { VXProcessPlatform::setProcRoot(QString()); });
+    void version()
+    {
+        QFETCH(QVariantMap, info);
+        QFETCH(QByteArray, fork);
+        QFETCH(QString, version);
+        QFETCH(QString, wanted);
+        QFETCH(bool, atLeast);
+        QTemporaryDir dir;
+        QString program = dir.path() + "/classic";
+        if (fork.isEmpty())
+            program = makeBundle(dir.path(), info);
+        else
+            QFile::copy(kHelpers + "/behaviour", program);
+        if (fork.startsWith(QByteArrayView("\0\5\26\7", 4)))
+            writeFile(dir.path() + "/._classic", fork);
+        else if (!fork.isEmpty())
+            writeFile(program + ".rsrc", fork);
+        TestChild child(program);
+        QVERIFY(child.waitReady());
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        QCOMPARE(p->version(), version);
+        if (!wanted.isEmpty())
+            QCOMPARE(p->isAtLeastVersion(wanted), atLeast);
+    }
 
-    // Not applications (no bundle, window or bus name), so not listed, but
-    // found by their pids; the others are no processes to us.
-    QVERIFY(VXProcessPlatform::allSerialNumbers().isEmpty());
-    for (int pid : { 100, 101, 102, 103 })
-        QVERIFY2(
-            VXProcessPlatform::serialNumberForPid(pid).isNull(), qPrintable(QString::number(pid)));
-    const VXProcessSerialNumber odd = VXProcessPlatform::serialNumberForPid(104);
-    const VXProcessSerialNumber hidden = VXProcessPlatform::serialNumberForPid(105);
-    QCOMPARE(odd.highLongOfPSN, 104u);
-    QCOMPARE(odd.lowLongOfPSN, 5000u);
-    const auto oddInfo = VXProcessPlatform::basicInfo(odd);
-    QVERIFY(oddInfo && oddInfo->executable.endsWith("/behaviour"));
-    QCOMPARE(oddInfo->name, QStringLiteral("my (odd) name"));
-    const auto hiddenInfo = VXProcessPlatform::basicInfo(hidden);
-    QVERIFY(hiddenInfo && hiddenInfo->executable.isEmpty());
-    QCOMPARE(VXProcessPlatform::startTime(hidden), QDateTime::fromSecsSinceEpoch(1700000000 + 50));
-    QCOMPARE(VXProcessPlatform::pidForSerialNumber({ 100, 5000 }), 0); // a zombie has ended
-    QCOMPARE(VXProcessPlatform::pidForSerialNumber({ 105, 4999 }), 0); // another of that pid
-}
+    void reusedPidIsNeverTheOldProcess()
+    {
+        // An old record whose pid now belongs to another process: the start time
+        // (in clock ticks, see the made-up process table below) tells them
+        // apart, so nothing answers for, or is sent to, the new one.
+        TestChild survivor(kHelpers + "/behaviour");
+        QVERIFY(survivor.waitReady());
+        const VXProcessSerialNumber live = VXProcessPlatform::serialNumberForPid(survivor.pid());
+        const VXProcessSerialNumber old { live.highLongOfPSN, live.lowLongOfPSN - 1 };
+        const VXProcessPtr oldRecord = VXProcess::processWithSerialNumber(old);
+        QVERIFY(!oldRecord->isStillRunning() && oldRecord->unixPID() == 0);
+        QVERIFY(!oldRecord->isEqual(VXProcess::processWithPID(survivor.pid())));
+        QCOMPARE(
+            VXProcessPlatform::sendSignal(old, SIGKILL), VXProcessPlatform::SignalResult::Gone);
+        LogCapture quiet;
+        QVERIFY(!oldRecord->quitRunningApplicationWithTimeout(0.2f));
+        oldRecord->forceQuit();
+        oldRecord->wakeUp();
+        QTest::qWait(100);
+        QCOMPARE(survivor.process.state(), QProcess::Running);
+    }
 
-void TestVXProcess::accessibilityWithoutBusIsLogged()
-{
-    // This test has no session bus: the failure lines, and no abort.
-    QVERIFY(qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"));
-    TestChild child(kHelpers + "/behaviour");
-    QVERIFY(child.waitReady());
-    const VXProcessPtr p = VXProcess::processWithPID(child.pid());
-    LogCapture capture;
-    p->addAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
-    p->removeAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
-    capture.restore();
-    const QString record = p->description();
-    QCOMPARE(capture.messages(),
-        (QStringList { "AX Notifications: Could not create application object for " + record,
-            "AX Notifications: Could not add notification AXFocusedUIElementChanged for "
-                + record }));
-}
+    void quit_data()
+    {
+        // How the process behaves, what signal delivery does (real, or a process
+        // that is gone or that no signal reaches), the time-out, the outcome,
+        // the one log line, and the least time the phases must have taken.
+        QTest::addColumn<QString>("behaviour");
+        QTest::addColumn<QString>("delivery");
+        QTest::addColumn<float>("timeout");
+        QTest::addColumn<bool>("quit");
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<int>("atLeastMs");
+        const QString after = " after 0\\.\\d{3}s \\(\\d+ attempts\\)$";
+        row("cooperative", "cooperative", "real", 2.0f, true,
+            "^quit behaviour: (terminated|process stopped)" + after, 0);
+        row("stubborn: killed after the polite deadline", "stubborn", "real", 0.3f, true,
+            "^(force-quit behaviour: terminated|foce-quit behaviour: process stopped)" + after,
+            300);
+        row("gone before the first request", "", "gone", 1.0f, true,
+            "^quit behaviour: process stopped after 0\\.000s \\(1 attempts\\)$", 0);
+        row("no signal reaches it: fails after both deadlines", "stubborn", "delivered", 0.25f,
+            false, "^quitting behaviour failed$", 500);
+    }
+
+    void quit()
+    {
+        QFETCH(QString, behaviour);
+        QFETCH(QString, delivery);
+        QFETCH(float, timeout);
+        QFETCH(bool, quit);
+        QFETCH(QString, line);
+        QFETCH(int, atLeastMs);
+        TestChild child(kHelpers + "/behaviour",
+            behaviour.isEmpty() ? QStringList() : QStringList { behaviour });
+        QVERIFY(child.waitReady());
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        const auto result = delivery == "gone" ? VXProcessPlatform::SignalResult::Gone
+                                               : VXProcessPlatform::SignalResult::Delivered;
+        if (delivery != "real")
+            VXProcessPlatform::setSignalSender(
+                [=](const VXProcessSerialNumber &, int) { return result; });
+        LogCapture capture;
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(p->quitRunningApplicationWithTimeout(timeout), quit);
+        QVERIFY(clock.elapsed() >= atLeastMs); // the phases ran to their deadlines
+        capture.restore();
+        const QStringList log = capture.messages();
+        QCOMPARE(log.size(), 1);
+        QVERIFY2(QRegularExpression(line).match(log.first()).hasMatch(), qPrintable(log.first()));
+        if (delivery != "gone") // a process a signal would not reach stays
+            QCOMPARE(p->isStillRunning(), delivery == "delivered");
+    }
+
+    void cpuTimeOfBusyProcess()
+    {
+        TestChild child(kHelpers + "/behaviour", { "busy" });
+        QVERIFY(child.waitReady());
+        // Wait until it has used over half a second of CPU, however busy the
+        // machine is (utime, field 14 of its stat, in clock ticks).
+        auto userTicks = [&] {
+            const QByteArray line = readFile(QString("/proc/%1/stat").arg(child.pid()));
+            return line.mid(line.lastIndexOf(')') + 2).split(' ').value(11).toLongLong();
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(userTicks() > ::sysconf(_SC_CLK_TCK) * 6 / 10, 30000);
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        const double seconds = p->cpuTime();
+        QVERIFY2(seconds >= 0.5 && seconds < 60, qPrintable(QString::number(seconds)));
+        QVERIFY(readFile("/tmp/proc_cpu_time.txt").contains(':'));
+        child.process.kill();
+        child.process.waitForFinished();
+        QCOMPARE(p->cpuTime(), 0.0);
+    }
+
+    void unusualProcessTableEntries()
+    {
+        // A process table with what a live one holds only for moments: a
+        // zombie, a kernel thread, an entry that vanished after the listing, a
+        // damaged stat line, a name with parentheses and blanks, and a process
+        // whose program file is hidden from us.
+        QTemporaryDir root;
+        auto stat = [&](int pid, const QByteArray &line) {
+            writeFile(root.path() + QString("/%1/stat").arg(pid), line);
+        };
+        const QByteArray tail = " 1 1 1 0 -1 4194560 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0";
+        stat(100, "100 (zombie) Z" + tail);
+        stat(101, "101 (kworker/0:1) I 2 0 0 0 -1 2129984 0 0 0 0 0 0 0 0 20 0 1 0 5000 0 0");
+        QDir().mkpath(root.path() + "/102"); // gone: no stat any more
+        stat(103, "103 (short) S 1");
+        stat(104, "104 (my (odd) name) S" + tail);
+        stat(105, "105 (hidden) S" + tail);
+        writeFile(root.path() + "/stat", "cpu 0 0 0 0\nbtime 1700000000\n");
+        QFile::link(kHelpers + "/behaviour", root.path() + "/104/exe");
+        VXProcessPlatform::setProcRoot(root.path());
+        const auto restore = qScopeGuard([] { VXProcessPlatform::setProcRoot(QString()); });
+
+        // Not applications (no bundle, window or bus name), so not listed, but
+        // found by their pids; the others are no processes to us.
+        QVERIFY(VXProcessPlatform::allSerialNumbers().isEmpty());
+        for (int pid : { 100, 101, 102, 103 })
+            QVERIFY2(VXProcessPlatform::serialNumberForPid(pid).isNull(),
+                qPrintable(QString::number(pid)));
+        const VXProcessSerialNumber odd = VXProcessPlatform::serialNumberForPid(104);
+        const VXProcessSerialNumber hidden = VXProcessPlatform::serialNumberForPid(105);
+        QCOMPARE(odd.highLongOfPSN, 104u);
+        QCOMPARE(odd.lowLongOfPSN, 5000u);
+        const auto oddInfo = VXProcessPlatform::basicInfo(odd);
+        QVERIFY(oddInfo && oddInfo->executable.endsWith("/behaviour"));
+        QCOMPARE(oddInfo->name, QStringLiteral("my (odd) name"));
+        const auto hiddenInfo = VXProcessPlatform::basicInfo(hidden);
+        QVERIFY(hiddenInfo && hiddenInfo->executable.isEmpty());
+        QCOMPARE(
+            VXProcessPlatform::startTime(hidden), QDateTime::fromSecsSinceEpoch(1700000000 + 50));
+        QCOMPARE(VXProcessPlatform::pidForSerialNumber({ 100, 5000 }), 0); // a zombie has ended
+        QCOMPARE(VXProcessPlatform::pidForSerialNumber({ 105, 4999 }), 0); // another of that pid
+    }
+
+    void accessibilityWithoutBusIsLogged()
+    {
+        // This test has no session bus: the failure lines, and no abort.
+        QVERIFY(qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"));
+        TestChild child(kHelpers + "/behaviour");
+        QVERIFY(child.waitReady());
+        const VXProcessPtr p = VXProcess::processWithPID(child.pid());
+        LogCapture capture;
+        p->addAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+        p->removeAXNotification(QStringLiteral("AXFocusedUIElementChanged"));
+        capture.restore();
+        const QString record = p->description();
+        QCOMPARE(capture.messages(),
+            (QStringList { "AX Notifications: Could not create application object for " + record,
+                "AX Notifications: Could not add notification AXFocusedUIElementChanged for "
+                    + record }));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestVXProcess)
 #include "tst_vxprocess.moc"
