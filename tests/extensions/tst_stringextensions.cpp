@@ -23,244 +23,236 @@ class tst_StringExtensions : public QObject
 {
     Q_OBJECT
 private slots:
-    void parsersReadTheSameText_data();
-    void parsersReadTheSameText();
-    void numericCompareOrdersDigitRunsByValue_data();
-    void numericCompareOrdersDigitRunsByValue();
-    void wildcardAgreesWithFnmatch();
-    void trimming_data();
-    void trimming();
-    void splitting_data();
-    void splitting();
-    void edits_data();
-    void edits();
-};
-
-void tst_StringExtensions::parsersReadTheSameText_data()
-{
-    // booleanValue: a leading y, Y, t, T or 1, else the integer; numericValue
-    // is strtol with base 0; smartFloatValue takes either decimal mark;
-    // isIntegerNumber wants ASCII digits only.
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("boolean");
-    QTest::addColumn<qint64>("numeric");
-    QTest::addColumn<float>("smartFloat");
-    QTest::addColumn<bool>("isInteger");
-    row("empty", "", false, qint64(0), 0.0f, false);
-    row("leading y", "yes", true, qint64(0), 0.0f, false);
-    row("leading T", "True", true, qint64(0), 0.0f, false);
-    row("other word", "false", false, qint64(0), 0.0f, false);
-    row("leading 1", "1x", true, qint64(1), 1.0f, false);
-    row("integer", "42", true, qint64(42), 42.0f, true);
-    row("zero", "0", false, qint64(0), 0.0f, true);
-    row("blanks sign junk", "  -12abc", true, qint64(-12), -12.0f, false);
-    row("octal", "010", true, qint64(8), 10.0f, true);
-    row("hex", "0x1F", false, qint64(31), 0.0f, false);
-    row("beyond 32 bits", "8589934592", true, qint64(8589934592LL), 8589934592.0f, true);
-    row("comma after point", "1.234,5", true, qint64(1), 1234.5f, false);
-    row("comma before point", "1,234.5", true, qint64(1), 1234.5f, false);
-    row("comma only", "2,5", true, qint64(2), 2.5f, false);
-    row("not infinity", "inf", false, qint64(0), 0.0f, false);
-    // Beyond float's range is infinite, whatever the exponent.
-    row("float overflow", "1e50", true, qint64(1), std::numeric_limits<float>::infinity(), false);
-    row("double overflow", "-1e400", true, qint64(-1), -std::numeric_limits<float>::infinity(),
-        false);
-    row("underflow", "1e-400", true, qint64(1), 0.0f, false);
-    row("arabic-indic digit", QString(QChar(0x0661)), false, qint64(0), 0.0f, false);
-}
-
-void tst_StringExtensions::parsersReadTheSameText()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, boolean);
-    QFETCH(qint64, numeric);
-    QFETCH(float, smartFloat);
-    QFETCH(bool, isInteger);
-    QCOMPARE(booleanValue(text), boolean);
-    QCOMPARE(numericValue(text), numeric);
-    QCOMPARE(smartFloatValue(text), smartFloat);
-    QCOMPARE(isIntegerNumber(text), isInteger);
-}
-
-void tst_StringExtensions::numericCompareOrdersDigitRunsByValue_data()
-{
-    QTest::addColumn<QString>("a");
-    QTest::addColumn<QString>("b");
-    QTest::addColumn<int>("numeric");
-    QTest::addColumn<int>("caseless");
-    row("file9 file10", "file9", "file10", -1, -1);
-    row("prefix sorts first", "1.0", "1.0.0", -1, -1);
-    row("case matters", "File2", "file2", -1, 0);
-    row("equal", "a1", "a1", 0, 0);
-}
-
-void tst_StringExtensions::numericCompareOrdersDigitRunsByValue()
-{
-    QFETCH(QString, a);
-    QFETCH(QString, b);
-    QFETCH(int, numeric);
-    QFETCH(int, caseless);
-    QCOMPARE(numericCompare(a, b), numeric);
-    QCOMPARE(numericCompare(b, a), -numeric);
-    QCOMPARE(caseInsensitiveNumericCompare(a, b), caseless);
-    QCOMPARE(casdInsensitiveNumericCompare(a, b), caseless);
-}
-
-void tst_StringExtensions::wildcardAgreesWithFnmatch()
-{
-    // Over an alphabet of two letters, patterns of literals and "*" mean the
-    // same in both; fnmatch backtracks, so this also checks that
-    // leftmost-first is enough.
-    QRandomGenerator rng(20261122);
-    auto randomText = [&](int maxLength, bool stars) {
-        QString s;
-        const int n = int(rng.bounded(maxLength + 1));
-        for (int i = 0; i < n; ++i) {
-            const int r = int(rng.bounded(stars ? 4 : 2));
-            s += r == 0 ? u'a' : r == 1 ? u'b' : u'*';
-        }
-        return s;
-    };
-    for (int i = 0; i < 100000; ++i) {
-        const QString text = randomText(8, false);
-        const QString pattern = randomText(6, true);
-        const bool expected
-            = fnmatch(pattern.toLatin1().constData(), text.toLatin1().constData(), 0) == 0;
-        if (matchesWildcardPattern(text, pattern) != expected)
-            QFAIL(qPrintable(QStringLiteral("text \"%1\" pattern \"%2\": fnmatch says %3")
-                                 .arg(text, pattern, expected ? u"match" : u"no match")));
+    void parsersReadTheSameText_data()
+    {
+        // booleanValue: a leading y, Y, t, T or 1, else the integer; numericValue
+        // is strtol with base 0; smartFloatValue takes either decimal mark;
+        // isIntegerNumber wants ASCII digits only.
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("boolean");
+        QTest::addColumn<qint64>("numeric");
+        QTest::addColumn<float>("smartFloat");
+        QTest::addColumn<bool>("isInteger");
+        row("empty", "", false, qint64(0), 0.0f, false);
+        row("leading y", "yes", true, qint64(0), 0.0f, false);
+        row("leading T", "True", true, qint64(0), 0.0f, false);
+        row("other word", "false", false, qint64(0), 0.0f, false);
+        row("leading 1", "1x", true, qint64(1), 1.0f, false);
+        row("integer", "42", true, qint64(42), 42.0f, true);
+        row("zero", "0", false, qint64(0), 0.0f, true);
+        row("blanks sign junk", "  -12abc", true, qint64(-12), -12.0f, false);
+        row("octal", "010", true, qint64(8), 10.0f, true);
+        row("hex", "0x1F", false, qint64(31), 0.0f, false);
+        row("beyond 32 bits", "8589934592", true, qint64(8589934592LL), 8589934592.0f, true);
+        row("comma after point", "1.234,5", true, qint64(1), 1234.5f, false);
+        row("comma before point", "1,234.5", true, qint64(1), 1234.5f, false);
+        row("comma only", "2,5", true, qint64(2), 2.5f, false);
+        row("not infinity", "inf", false, qint64(0), 0.0f, false);
+        // Beyond float's range is infinite, whatever the exponent.
+        row("float overflow", "1e50", true, qint64(1), std::numeric_limits<float>::infinity(),
+            false);
+        row("double overflow", "-1e400", true, qint64(-1), -std::numeric_limits<float>::infinity(),
+            false);
+        row("underflow", "1e-400", true, qint64(1), 0.0f, false);
+        row("arabic-indic digit", QString(QChar(0x0661)), false, qint64(0), 0.0f, false);
     }
-    // What that alphabet cannot show: the case counts, and "?" is no wildcard.
-    QVERIFY(!matchesWildcardPattern(QStringLiteral("abc"), QStringLiteral("A*")));
-    QVERIFY(!matchesWildcardPattern(QStringLiteral("abc"), QStringLiteral("a?c")));
-}
 
-void tst_StringExtensions::trimming_data()
-{
-    // stringByTrimmingWhitespace has its own rule (code units below 33 and
-    // U+00A0); trimWhitespace the platform's white space; asSingleLine turns
-    // every control and format character into a space, then trims.
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("own");
-    QTest::addColumn<QString>("platform");
-    QTest::addColumn<QString>("singleLine");
-    row("no-break space and tab", "\u00A0 x \t", "x", "x", "x");
-    row("blank only", " \t ", "", "", "");
-    row("em space", "\u2003x", "\u2003x", "x", "x");
-    row("control char", "\x01x", "x", "\x01x", "x");
-    row("inner breaks and format char", "\ta\r\nb\u200Bc ", "a\r\nb\u200Bc", "a\r\nb\u200Bc",
-        "a  b c");
-    row("nothing to trim", "x y", "x y", "x y", "x y");
-    row("format char beyond the BMP is one space", "a\U000E0001b", "a\U000E0001b", "a\U000E0001b",
-        "a b");
-}
+    void parsersReadTheSameText()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, boolean);
+        QFETCH(qint64, numeric);
+        QFETCH(float, smartFloat);
+        QFETCH(bool, isInteger);
+        QCOMPARE(booleanValue(text), boolean);
+        QCOMPARE(numericValue(text), numeric);
+        QCOMPARE(smartFloatValue(text), smartFloat);
+        QCOMPARE(isIntegerNumber(text), isInteger);
+    }
 
-void tst_StringExtensions::trimming()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, own);
-    QFETCH(QString, platform);
-    QFETCH(QString, singleLine);
-    const QString trimmed = stringByTrimmingWhitespace(text);
-    QCOMPARE(trimmed, own);
-    if (own == text)
-        QCOMPARE(trimmed.constData(), text.constData());
-    QCOMPARE(trimWhitespace(text), platform);
-    QCOMPARE(asSingleLine(text), singleLine);
-}
+    void numericCompareOrdersDigitRunsByValue_data()
+    {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<int>("numeric");
+        QTest::addColumn<int>("caseless");
+        row("file9 file10", "file9", "file10", -1, -1);
+        row("prefix sorts first", "1.0", "1.0.0", -1, -1);
+        row("case matters", "File2", "file2", -1, 0);
+        row("equal", "a1", "a1", 0, 0);
+    }
 
-void tst_StringExtensions::splitting_data()
-{
-    // Lines split at the first kind of break found (CRLF, LF, CR); components
-    // keep inner and leading empties but not a trailing one.
-    QTest::addColumn<Split>("split");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QStringList>("parts");
-    const Split lines = arrayOfLines;
-    const Split commas = [](const QString &s) { return componentsSeparatedByCharacter(s, u','); };
-    row("lines: mixed keeps lone LF", lines, "a\r\nb\nc", QStringList { "a", "b\nc" });
-    row("lines: final empty line", lines, "a\n", QStringList { "a", "" });
-    row("lines: CR only", lines, "a\rb", QStringList { "a", "b" });
-    row("commas: doubled and trailing", commas, "a,,b,", QStringList { "a", "", "b" });
-    row("commas: leading", commas, ",a", QStringList { "", "a" });
-    row("commas: empty", commas, "", QStringList {});
-}
+    void numericCompareOrdersDigitRunsByValue()
+    {
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(int, numeric);
+        QFETCH(int, caseless);
+        QCOMPARE(numericCompare(a, b), numeric);
+        QCOMPARE(numericCompare(b, a), -numeric);
+        QCOMPARE(caseInsensitiveNumericCompare(a, b), caseless);
+        QCOMPARE(casdInsensitiveNumericCompare(a, b), caseless);
+    }
 
-void tst_StringExtensions::splitting()
-{
-    QFETCH(Split, split);
-    QFETCH(QString, text);
-    QFETCH(QStringList, parts);
-    QCOMPARE(split(text), parts);
-}
+    void wildcardAgreesWithFnmatch()
+    {
+        // Over an alphabet of two letters, patterns of literals and "*" mean the
+        // same in both; fnmatch backtracks, so this also checks that
+        // leftmost-first is enough.
+        QRandomGenerator rng(20261122);
+        auto randomText = [&](int maxLength, bool stars) {
+            QString s;
+            const int n = int(rng.bounded(maxLength + 1));
+            for (int i = 0; i < n; ++i) {
+                const int r = int(rng.bounded(stars ? 4 : 2));
+                s += r == 0 ? u'a' : r == 1 ? u'b' : u'*';
+            }
+            return s;
+        };
+        for (int i = 0; i < 100000; ++i) {
+            const QString text = randomText(8, false);
+            const QString pattern = randomText(6, true);
+            const bool expected
+                = fnmatch(pattern.toLatin1().constData(), text.toLatin1().constData(), 0) == 0;
+            if (matchesWildcardPattern(text, pattern) != expected)
+                QFAIL(qPrintable(QStringLiteral("text \"%1\" pattern \"%2\": fnmatch says %3")
+                                     .arg(text, pattern, expected ? u"match" : u"no match")));
+        }
+        // What that alphabet cannot show: the case counts, and "?" is no wildcard.
+        QVERIFY(!matchesWildcardPattern(QStringLiteral("abc"), QStringLiteral("A*")));
+        QVERIFY(!matchesWildcardPattern(QStringLiteral("abc"), QStringLiteral("a?c")));
+    }
 
-void tst_StringExtensions::edits_data()
-{
-    // Escaping and expanding, line separators, repeats.
-    QTest::addColumn<Edit>("edit");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("argument");
-    QTest::addColumn<QString>("expected");
-    const Edit escape = stringByEscapingCharacters, expand = stringByExpandingEscapedCharacters;
-    const Edit expandDefault = [](const QString &s, const QString &) {
-        return stringByExpandingEscapedCharacters(s, defaultEscapeSet());
-    };
-    const Edit separate = withLineSeparator;
-    const Edit repeat = [](const QString &s, const QString &n) { return repeated(s, n.toInt()); };
-    // In place and as a copy alike, "changed" when it did (else a marked text).
-    const Edit controls = [](const QString &s, const QString &backslash) {
-        QString inPlace = s;
-        const bool changed
-            = expandEscapedControlCharactersIncludingBackslash(inPlace, !backslash.isEmpty());
-        const QString copy
-            = stringByExpandingEscapedControlCharactersIncludingBackslash(s, !backslash.isEmpty());
-        return changed == (inPlace != s) && inPlace == copy ? copy : "in place: " + inPlace;
-    };
-    row("escape: tab by name", escape, "a\tb", "\t", "a\\tb");
-    row("escape: only the set, by backslash", escape, "a\tb\"", "\"", "a\tb\\\"");
-    // Positions are those of the unedited input: each escape lands one further early.
-    row("escape: four, each shifted further", escape, "a\"b\"c\"d\"e", "\"",
-        "a\\\"\\b\\\"\\c\"d\"e");
-    row("escape: controls and quotes mixed", escape, "\t\"x\n\ty\"", "\t\n\"", "\\t\"\\x\n\\ty\"");
-    row("escape: nothing to escape", escape, "clean", "\"", "clean");
-    row("escape: 100,000 tabs, the first half by then", escape, QString(100000, u'\t'), "\t",
-        QStringLiteral("\\t").repeated(50000) + QString(50000, u'\t'));
-    row("expand: default set", expandDefault, "a\\nb\\\\c\\q", "", "a\nb\\c\\q");
-    row("expand: produced char not re-read", expandDefault, "\\\\n", "", "\\n");
-    row("expand: runs", expandDefault, "\\\\\\\\\\n\\t", "", "\\\\\n\t");
-    row("expand: 100,000 escapes", expandDefault, QStringLiteral("\\n\\\\").repeated(100000), "",
-        QStringLiteral("\n\\").repeated(100000));
-    row("expand: nothing in the set", expandDefault, "plain\\z", "", "plain\\z");
-    row("expand: letters", expand, "\\t\\r", "t", "\t\\r");
-    row("expand: control chars name letters", expand, "\\t\\r", "\t\r", "\t\r");
-    // Fixed pass order CRLF, CR, LF, skipping the separator's own pass.
-    row("separator: to LF", separate, "a\r\nb\rc", "\n", "a\nb\nc");
-    row("separator: to CRLF doubles up", separate, "a\r\nb", "\r\n", "a\r\r\n\r\nb");
-    row("separator: to CR", separate, "a\r\nb\nc", "\r", "a\rb\rc");
-    row("separator: null removes", separate, "a\nb", QString(), "ab");
-    row("separator: already LF", separate, "a\nb", "\n", "a\nb");
-    row("repeat: none", repeat, "ab", "0", "");
-    row("repeat: negative", repeat, "ab", "-3", "");
-    row("repeat: once is the receiver", repeat, "ab", "1", "ab");
-    row("repeat: seven", repeat, "ab", "7", "ababababababab");
-    row("controls: pair kept whole without backslash", controls, "\\\\n", "", "\\\\n");
-    row("controls: pair folded with backslash", controls, "\\\\n", "\\", "\\n");
-    row("controls: letters", controls, "a\\tb\\r\\n", "", "a\tb\r\n");
-    row("controls: other char left", controls, "\\q", "\\", "\\q");
-    row("controls: short", controls, "\\", "\\", "\\");
-}
+    void trimming_data()
+    {
+        // stringByTrimmingWhitespace has its own rule (code units below 33 and
+        // U+00A0); trimWhitespace the platform's white space; asSingleLine turns
+        // every control and format character into a space, then trims.
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("own");
+        QTest::addColumn<QString>("platform");
+        QTest::addColumn<QString>("singleLine");
+        row("no-break space and tab", "\u00A0 x \t", "x", "x", "x");
+        row("blank only", " \t ", "", "", "");
+        row("em space", "\u2003x", "\u2003x", "x", "x");
+        row("control char", "\x01x", "x", "\x01x", "x");
+        row("inner breaks and format char", "\ta\r\nb\u200Bc ", "a\r\nb\u200Bc", "a\r\nb\u200Bc",
+            "a  b c");
+        row("nothing to trim", "x y", "x y", "x y", "x y");
+        row("format char beyond the BMP is one space", "a\U000E0001b", "a\U000E0001b",
+            "a\U000E0001b", "a b");
+    }
 
-void tst_StringExtensions::edits()
-{
-    QFETCH(Edit, edit);
-    QFETCH(QString, text);
-    QFETCH(QString, argument);
-    QFETCH(QString, expected);
-    const QString result = edit(text, argument);
-    QCOMPARE(result, expected);
-    if (expected == text) // nothing to do: the receiver itself
-        QCOMPARE(result.constData(), text.constData());
-}
+    void trimming()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, own);
+        QFETCH(QString, platform);
+        QFETCH(QString, singleLine);
+        const QString trimmed = stringByTrimmingWhitespace(text);
+        QCOMPARE(trimmed, own);
+        if (own == text)
+            QCOMPARE(trimmed.constData(), text.constData());
+        QCOMPARE(trimWhitespace(text), platform);
+        QCOMPARE(asSingleLine(text), singleLine);
+    }
+
+    void splitting_data()
+    {
+        // Lines split at the first kind of break found (CRLF, LF, CR); components
+        // keep inner and leading empties but not a trailing one.
+        QTest::addColumn<Split>("split");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("parts");
+        const Split lines = arrayOfLines;
+        const Split commas
+            = [](const QString &s) { return componentsSeparatedByCharacter(s, u','); };
+        row("lines: mixed keeps lone LF", lines, "a\r\nb\nc", QStringList { "a", "b\nc" });
+        row("lines: final empty line", lines, "a\n", QStringList { "a", "" });
+        row("lines: CR only", lines, "a\rb", QStringList { "a", "b" });
+        row("commas: doubled and trailing", commas, "a,,b,", QStringList { "a", "", "b" });
+        row("commas: leading", commas, ",a", QStringList { "", "a" });
+        row("commas: empty", commas, "", QStringList {});
+    }
+
+    void splitting()
+    {
+        QFETCH(Split, split);
+        QFETCH(QString, text);
+        QFETCH(QStringList, parts);
+        QCOMPARE(split(text), parts);
+    }
+
+    void edits_data()
+    {
+        // Escaping and expanding, line separators, repeats.
+        QTest::addColumn<Edit>("edit");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("argument");
+        QTest::addColumn<QString>("expected");
+        const Edit escape = stringByEscapingCharacters, expand = stringByExpandingEscapedCharacters;
+        const Edit expandDefault = [](const QString &s, const QString &) {
+            return stringByExpandingEscapedCharacters(s, defaultEscapeSet());
+        };
+        const Edit separate = withLineSeparator;
+        const Edit repeat
+            = [](const QString &s, const QString &n) { return repeated(s, n.toInt()); };
+        // In place and as a copy alike, "changed" when it did (else a marked text).
+        const Edit controls = [](const QString &s, const QString &backslash) {
+            QString inPlace = s;
+            const bool changed
+                = expandEscapedControlCharactersIncludingBackslash(inPlace, !backslash.isEmpty());
+            const QString copy = stringByExpandingEscapedControlCharactersIncludingBackslash(
+                s, !backslash.isEmpty());
+            return changed == (inPlace != s) && inPlace == copy ? copy : "in place: " + inPlace;
+        };
+        row("escape: tab by name", escape, "a\tb", "\t", "a\\tb");
+        row("escape: only the set, by backslash", escape, "a\tb\"", "\"", "a\tb\\\"");
+        // Positions are those of the unedited input: each escape lands one further early.
+        row("escape: four, each shifted further", escape, "a\"b\"c\"d\"e", "\"",
+            "a\\\"\\b\\\"\\c\"d\"e");
+        row("escape: controls and quotes mixed", escape, "\t\"x\n\ty\"", "\t\n\"",
+            "\\t\"\\x\n\\ty\"");
+        row("escape: nothing to escape", escape, "clean", "\"", "clean");
+        row("escape: 100,000 tabs, the first half by then", escape, QString(100000, u'\t'), "\t",
+            QStringLiteral("\\t").repeated(50000) + QString(50000, u'\t'));
+        row("expand: default set", expandDefault, "a\\nb\\\\c\\q", "", "a\nb\\c\\q");
+        row("expand: produced char not re-read", expandDefault, "\\\\n", "", "\\n");
+        row("expand: runs", expandDefault, "\\\\\\\\\\n\\t", "", "\\\\\n\t");
+        row("expand: 100,000 escapes", expandDefault, QStringLiteral("\\n\\\\").repeated(100000),
+            "", QStringLiteral("\n\\").repeated(100000));
+        row("expand: nothing in the set", expandDefault, "plain\\z", "", "plain\\z");
+        row("expand: letters", expand, "\\t\\r", "t", "\t\\r");
+        row("expand: control chars name letters", expand, "\\t\\r", "\t\r", "\t\r");
+        // Fixed pass order CRLF, CR, LF, skipping the separator's own pass.
+        row("separator: to LF", separate, "a\r\nb\rc", "\n", "a\nb\nc");
+        row("separator: to CRLF doubles up", separate, "a\r\nb", "\r\n", "a\r\r\n\r\nb");
+        row("separator: to CR", separate, "a\r\nb\nc", "\r", "a\rb\rc");
+        row("separator: null removes", separate, "a\nb", QString(), "ab");
+        row("separator: already LF", separate, "a\nb", "\n", "a\nb");
+        row("repeat: none", repeat, "ab", "0", "");
+        row("repeat: negative", repeat, "ab", "-3", "");
+        row("repeat: once is the receiver", repeat, "ab", "1", "ab");
+        row("repeat: seven", repeat, "ab", "7", "ababababababab");
+        row("controls: pair kept whole without backslash", controls, "\\\\n", "", "\\\\n");
+        row("controls: pair folded with backslash", controls, "\\\\n", "\\", "\\n");
+        row("controls: letters", controls, "a\\tb\\r\\n", "", "a\tb\r\n");
+        row("controls: other char left", controls, "\\q", "\\", "\\q");
+        row("controls: short", controls, "\\", "\\", "\\");
+    }
+
+    void edits()
+    {
+        QFETCH(Edit, edit);
+        QFETCH(QString, text);
+        QFETCH(QString, argument);
+        QFETCH(QString, expected);
+        const QString result = edit(text, argument);
+        QCOMPARE(result, expected);
+        if (expected == text) // nothing to do: the receiver itself
+            QCOMPARE(result.constData(), text.constData());
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_StringExtensions)
 #include "tst_stringextensions.moc"
