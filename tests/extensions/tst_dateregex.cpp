@@ -46,8 +46,6 @@ private slots:
         QTest::addColumn<int>("weekday"); // Sunday is 1
         QTest::addColumn<int>("hour");
         QTest::addColumn<QString>("description");
-        row("UTC", QByteArray("UTC"), QDate(1999, 12, 31), 6, 23,
-            QStringLiteral("1999-12-31 23:59:59 +0000"));
         row("east, next year", QByteArray("XST-5:30"), QDate(2000, 1, 1), 7, 5,
             QStringLiteral("2000-01-01 05:29:59 +0530"));
         row("west", QByteArray("XST3:30"), QDate(1999, 12, 31), 6, 20,
@@ -66,7 +64,6 @@ private slots:
         qputenv("TZ", zone);
         tzset();
         const QDateTime instant(QDate(1999, 12, 31), QTime(23, 59, 59), Qt::UTC);
-        QCOMPARE(DateExtensions::year(instant), date.year());
         const DateComponents c = gregorianDateComponents(instant, Year | Month | Day | Weekday);
         QCOMPARE(QDate(*c.year, *c.month, *c.day), date);
         QCOMPARE(c.weekday, weekday);
@@ -104,23 +101,20 @@ private slots:
         // 2024-03-05 10:20:30 UTC; each style is its own text, in the locale's
         // language. U+202F is CLDR's narrow no-break space before "AM".
         QTest::addColumn<QLocale>("locale");
-        QTest::addColumn<QStringList>("dates"); // short, medium, long, full
-        QTest::addColumn<QString>("shortTime");
-        QTest::addColumn<QString>("shortBoth");
+        // The date short to full, the short time, the short date and time.
+        QTest::addColumn<QStringList>("texts");
         row("en_US", QLocale(QLocale::English, QLocale::UnitedStates),
-            QStringList { "3/5/24", "Mar 5, 2024", "March 5, 2024", "Tuesday, March 5, 2024" },
-            QStringLiteral("10:20\u202FAM"), QStringLiteral("3/5/24, 10:20\u202FAM"));
+            QStringList { "3/5/24", "Mar 5, 2024", "March 5, 2024", "Tuesday, March 5, 2024",
+                "10:20\u202FAM", "3/5/24, 10:20\u202FAM" });
         row("de_DE", QLocale(QLocale::German, QLocale::Germany),
-            QStringList { "05.03.24", "05.03.2024", "5. März 2024", "Dienstag, 5. März 2024" },
-            QStringLiteral("10:20"), QStringLiteral("05.03.24, 10:20"));
+            QStringList { "05.03.24", "05.03.2024", "5. März 2024", "Dienstag, 5. März 2024",
+                "10:20", "05.03.24, 10:20" });
     }
 
     void descriptions()
     {
         QFETCH(QLocale, locale);
-        QFETCH(QStringList, dates);
-        QFETCH(QString, shortTime);
-        QFETCH(QString, shortBoth);
+        QFETCH(QStringList, texts);
         const QLocale saved;
         QLocale::setDefault(locale);
         const QDateTime d(QDate(2024, 3, 5), QTime(10, 20, 30), Qt::UTC);
@@ -129,11 +123,11 @@ private slots:
             got << descriptionWithDateStyle(d, s);
             times << descriptionWithTimeStyle(d, s);
         }
-        got << descriptionWithDateAndTimeStyle(d, ShortStyle)
-            << descriptionWithDateStyle(d, NoStyle);
+        got << times.first() << descriptionWithDateAndTimeStyle(d, ShortStyle);
+        const QString none = descriptionWithDateStyle(d, NoStyle);
         QLocale::setDefault(saved);
-        QCOMPARE(got, dates + QStringList({ shortBoth, QString() }));
-        QCOMPARE(times.first(), shortTime);
+        QCOMPARE(got, texts);
+        QVERIFY(none.isEmpty());
         QCOMPARE(QSet<QString>(times.begin(), times.end()).size(), 4);
         QVERIFY(times.last().contains(u"10:20:30") && !times.last().contains(u"2024"));
     }
@@ -216,9 +210,8 @@ private slots:
     {
         VXRegularExpression::setLookupForTesting([] { return static_cast<const char *>(nullptr); });
         QVERIFY(!VXRegularExpression::regexAvailable());
-        QString error = QStringLiteral("untouched");
-        QVERIFY(!VXRegularExpression::regularExpressionWithPattern(QStringLiteral("a"), 0, &error));
-        QCOMPARE(error, QStringLiteral("untouched"));
+        QVERIFY(
+            !VXRegularExpression::regularExpressionWithPattern(QStringLiteral("a"), 0, nullptr));
         const QString text = QStringLiteral("abc");
         LogCapture capture;
         for (int i = 0; i < 2; ++i)
