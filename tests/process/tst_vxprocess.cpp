@@ -40,11 +40,7 @@ QByteArray be(quint32 value, int bytes)
 // bytes (major, minor and bug-fix, stage, revision): data at 256, then the map.
 QByteArray versFork(quint32 numbers)
 {
-    const QByteArray data = be(18, 4) + be(numbers, 4)
-        + QByteArray("\0\0\5"
-                     "1.2.3\5"
-                     "1.2.3",
-            14);
+    const QByteArray data = be(18, 4) + be(numbers, 4) + QByteArray("\0\0\0051.2.3\0051.2.3", 14);
     const QByteArray map = QByteArray(24, '\0') + be(28, 2) + be(0xffff, 2) + be(0, 2) + "vers"
         + be(0, 2) + be(10, 2) + be(1, 2) + be(0xffff, 2) + QByteArray(8, '\0');
     const QByteArray header
@@ -299,15 +295,12 @@ private Q_SLOTS:
         QFETCH(QString, wanted);
         QFETCH(bool, atLeast);
         QTemporaryDir dir;
-        QString program = dir.path() + "/classic";
-        if (fork.isEmpty())
-            program = makeBundle(dir.path(), info);
-        else
-            QFile::copy(kHelpers + "/behaviour", program);
-        if (fork.startsWith(QByteArrayView("\0\5\26\7", 4)))
-            writeFile(dir.path() + "/._classic", fork);
-        else if (!fork.isEmpty())
-            writeFile(program + ".rsrc", fork);
+        const QString program
+            = fork.isEmpty() ? makeBundle(dir.path(), info) : dir.path() + "/classic";
+        if (!fork.isEmpty() && QFile::copy(kHelpers + "/behaviour", program))
+            writeFile(fork.startsWith(QByteArrayView("\0\5\26\7", 4)) ? dir.path() + "/._classic"
+                                                                      : program + ".rsrc",
+                fork);
         TestChild child(program);
         QVERIFY(child.waitReady());
         const VXProcessPtr p = VXProcess::processWithPID(child.pid());
