@@ -139,7 +139,6 @@ private slots:
         row("all removed", "aaa", "a", "", "", 0);
         // Option 64: "don't" is one word under Unicode's rules, and so is 3.5.
         row("word boundaries", "don't stop 3.5", "\\b", "|", "|don't| |stop| |3.5|", 0);
-        row("unicode letters are word characters", "été", "\\bt\\b", "T", "été", 0);
         // A lone surrogate is one code point of its own, matched like any other.
         row("lone surrogate", QStringLiteral("a") + QChar(0xD800) + QStringLiteral("b"),
             "\\x{D800}", "?", "a?b", 0);
@@ -183,16 +182,14 @@ private slots:
             // a colon are left out.
             if (line.isEmpty() || line.contains(u"003A"))
                 continue;
-            QString text, marked;
+            QString marked;
             for (const QString &item : line.split(u' ', Qt::SkipEmptyParts)) {
-                if (item == u"×")
-                    continue;
                 const char32_t code = item == u"÷" ? 0xE000 : item.toUInt(nullptr, 16);
-                marked += QString::fromUcs4(&code, 1);
-                if (item != u"÷")
-                    text += QString::fromUcs4(&code, 1);
+                if (item != u"×")
+                    marked += QString::fromUcs4(&code, 1);
             }
             ++cases;
+            const QString text = QString(marked).remove(QChar(0xE000));
             QCOMPARE(
                 stringByReplacingOccurrencesOfRegexPattern(text, "\\b", QChar(0xE000)), marked);
         }

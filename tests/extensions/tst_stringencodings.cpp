@@ -45,8 +45,7 @@ private slots:
     void fileEncoding_data()
     {
         // The byte-order mark names the encoding; without one the best of the
-        // trial decodings wins, the earlier on a tie. Files without a mark are
-        // compared with Python's codecs below.
+        // trial decodings wins, the earlier on a tie.
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<quint32>("mark");
         QTest::addColumn<QString>("text");
@@ -60,6 +59,12 @@ private slots:
         // MacRoman's caron and Latin 1's y with diaeresis are both letters.
         row("short file ties to MacRoman", QByteArray("\xFF"), 77u, "\u02C7");
         row("empty file", QByteArray(""), 77u, "");
+        // Files without a mark, as Python's codecs write them.
+        const QJsonArray samples = python({ script("codecsamples.py") });
+        QCOMPARE(samples.size(), 10);
+        for (const QJsonValue &c : samples)
+            row(qPrintable("codecs: " + c[0].toString()),
+                QByteArray::fromHex(c[2].toString().toLatin1()), 0u, c[1].toString());
     }
 
     void fileEncoding()
@@ -68,22 +73,11 @@ private slots:
         QFETCH(quint32, mark);
         QFETCH(QString, text);
         const QString path = file(bytes);
-        QCOMPARE(explicitEncodingOfFile(path, 77), mark);
+        if (mark) // 0: not looked at
+            QCOMPARE(explicitEncodingOfFile(path, 77), mark);
         QCOMPARE(stringWithBestEncodingFromFile(path), text);
         QCOMPARE(explicitEncodingOfFile(path + "-missing", 77), quint32(77));
         QVERIFY(stringWithBestEncodingFromFile(path + "-missing").isNull());
-    }
-
-    void detectionAgreesWithPythonCodecs()
-    {
-        // Python's codecs write each sample; reading it back must give the text.
-        const QJsonArray cases = python({ script("codecsamples.py") });
-        QCOMPARE(cases.size(), 10);
-        for (const QJsonValue &c : cases) {
-            const QString got = stringWithBestEncodingFromFile(
-                file(QByteArray::fromHex(c[2].toString().toLatin1())));
-            QVERIFY2(got == c[1].toString(), qPrintable(c[0].toString() + ": " + got.left(40)));
-        }
     }
 
     void charsetsAgreeWithIconv()
@@ -165,7 +159,9 @@ private slots:
         const Conversion html = stringByExpandingHTMLEntities, literal = stringWithObjCString,
                          md5 = MD5String;
         const Conversion element = [](const QString &s) { return xmlElementForKey(s, "a"); };
-        const Conversion declared = [](const QString &s) { return stringWithHTML(s.toLatin1()); };
+        const Conversion declared = [](const QString &s) {
+            return stringWithHTML(s.toLatin1()).section(u'>', -1); // the text after the meta
+        };
         const Conversion macRoman = [](const QString &s) {
             return stringWithMacRomanCString(s.toLatin1().constData(), int(s.size()) - 1);
         };
@@ -191,18 +187,15 @@ private slots:
         // Nesting deeper than browsers keep loses its markup, not its text.
         row("html: 100,000 nested divs", html,
             QString(QStringLiteral("<div>")).repeated(100000) + "x", "x");
-        row("declared: utf-8", declared, "<html><meta charset=utf-8>\u00C3\u00A9",
-            "<html><meta charset=utf-8>\u00E9");
+        row("declared: utf-8", declared, "<html><meta charset=utf-8>\u00C3\u00A9", "\u00E9");
         row("declared: a quoted name is not read", declared,
-            "<html><meta charset=\"utf-8\">\u00C3\u00A9",
-            "<html><meta charset=\"utf-8\">\u00C3\u00A9");
+            "<html><meta charset=\"utf-8\">\u00C3\u00A9", "\u00C3\u00A9");
         row("declared: an iconv charset, any case and spacing", declared,
-            "<HTML><META CHARSET = windows-1251>\u00C0",
-            "<HTML><META CHARSET = windows-1251>\u0410");
+            "<HTML><META CHARSET = windows-1251>\u00C0", "\u0410");
         row("declared: a name only iconv and ICU know", declared,
-            "<html><meta charset=koi8-u>\u00A4", "<html><meta charset=koi8-u>\u0454");
+            "<html><meta charset=koi8-u>\u00A4", "\u0454");
         row("declared: an unknown name stays Latin 1", declared,
-            "<html><meta charset=x-nothing>\u00E9", "<html><meta charset=x-nothing>\u00E9");
+            "<html><meta charset=x-nothing>\u00E9", "\u00E9");
         row("declared: UTF-16", declared, QString::fromLatin1("\0h\0t\0m\0l", 8), "html");
         row("literal: short", literal, "@\"", "");
         row("literal: quote", literal, "@\"a\\\"b\"", "a\"b");
