@@ -22,20 +22,16 @@ template <typename... T> static void row(const char *name, const T &...values)
     (QTest::newRow(name) << ... << values);
 }
 
-// The JSON array a Python program prints, given a JSON array on its input.
-static QJsonArray python(const QStringList &arguments, const QJsonArray &input = {})
+// The JSON array a reference script beside this test prints, given a JSON
+// array on its input.
+static QJsonArray python(const char *script, const QJsonArray &input = {})
 {
     QProcess p;
-    p.start(QStringLiteral("python3"), arguments);
+    p.start("python3", { QStringLiteral(QUILLET_SOURCE_DIR "/tests/extensions/") + script });
     p.write(QJsonDocument(input).toJson());
     p.closeWriteChannel();
     p.waitForFinished(-1);
     return QJsonDocument::fromJson(p.readAllStandardOutput()).array();
-}
-
-static QString script(const char *name)
-{
-    return QStringLiteral(QUILLET_SOURCE_DIR "/tests/extensions/") + QLatin1String(name);
 }
 
 class tst_StringEncodings : public QObject
@@ -60,7 +56,7 @@ private slots:
         row("short file ties to MacRoman", QByteArray("\xFF"), 77u, "\u02C7");
         row("empty file", QByteArray(""), 77u, "");
         // Files without a mark, as Python's codecs write them.
-        const QJsonArray samples = python({ script("codecsamples.py") });
+        const QJsonArray samples = python("codecsamples.py");
         QCOMPARE(samples.size(), 10);
         for (const QJsonValue &c : samples)
             row(qPrintable("codecs: " + c[0].toString()),
@@ -87,7 +83,7 @@ private slots:
         QByteArray samples[2] = { "Hello, world! 0123", {} };
         for (int b = 0x80; b <= 0xFF; ++b)
             samples[1].append(char(b));
-        const QJsonArray names = python({ script("iconvdecode.py") },
+        const QJsonArray names = python("iconvdecode.py",
             { QString::fromLatin1(samples[0].toHex()), QString::fromLatin1(samples[1].toHex()) });
         QVERIFY(names.size() > 1000);
         QStringList differ;
@@ -130,7 +126,7 @@ private slots:
 
     void htmlEntitiesAgreeWithPython()
     {
-        const QJsonArray cases = python({ script("htmlentities.py") });
+        const QJsonArray cases = python("htmlentities.py");
         QCOMPARE(cases.size(), 2 * 2231);
         for (const QJsonValue &v : cases)
             QCOMPARE(stringByExpandingHTMLEntities(v[0].toString()), v[1].toString());
@@ -141,7 +137,7 @@ private slots:
         // Fragments of comments, script, style, attributes holding ">", pre,
         // nested blocks and broken markup, with their text by the same rules
         // on Python's html.parser.
-        const QJsonArray cases = python({ script("htmltext.py") });
+        const QJsonArray cases = python("htmltext.py");
         QCOMPARE(cases.size(), 400);
         for (const QJsonValue &c : cases)
             QCOMPARE(c[0].toString() + " => " + stringByExpandingHTMLEntities(c[0].toString()),
