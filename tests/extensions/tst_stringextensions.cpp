@@ -21,51 +21,6 @@ class tst_StringExtensions : public QObject
 {
     Q_OBJECT
 private slots:
-    void parsersReadTheSameText_data()
-    {
-        // booleanValue: a leading y, Y, t, T or 1, else the integer; numericValue
-        // is strtol with base 0; smartFloatValue takes either decimal mark;
-        // isIntegerNumber wants ASCII digits only.
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("boolean");
-        QTest::addColumn<qint64>("numeric");
-        QTest::addColumn<float>("smartFloat");
-        QTest::addColumn<bool>("isInteger");
-        row("empty", "", false, qint64(0), 0.0f, false);
-        row("leading y", "yes", true, qint64(0), 0.0f, false);
-        row("other word", "no", false, qint64(0), 0.0f, false);
-        row("leading 1", "1x", true, qint64(1), 1.0f, false);
-        row("integer", "42", true, qint64(42), 42.0f, true);
-        row("zero", "0", false, qint64(0), 0.0f, true);
-        row("blanks sign junk", "  -12abc", true, qint64(-12), -12.0f, false);
-        row("octal", "010", true, qint64(8), 10.0f, true);
-        row("hex", "0x1F", false, qint64(31), 0.0f, false);
-        row("beyond 32 bits", "8589934592", true, qint64(8589934592LL), 8589934592.0f, true);
-        row("comma after point", "1.234,5", true, qint64(1), 1234.5f, false);
-        row("comma before point", "1,234.5", true, qint64(1), 1234.5f, false);
-        row("not infinity", "inf", false, qint64(0), 0.0f, false);
-        // Beyond float's range is infinite, whatever the exponent.
-        row("float overflow", "1e50", true, qint64(1), std::numeric_limits<float>::infinity(),
-            false);
-        row("double overflow", "-1e400", true, qint64(-1), -std::numeric_limits<float>::infinity(),
-            false);
-        row("underflow", "1e-400", true, qint64(1), 0.0f, false);
-        row("arabic-indic digit", QString(QChar(0x0661)), false, qint64(0), 0.0f, false);
-    }
-
-    void parsersReadTheSameText()
-    {
-        QFETCH(QString, text);
-        QFETCH(bool, boolean);
-        QFETCH(qint64, numeric);
-        QFETCH(float, smartFloat);
-        QFETCH(bool, isInteger);
-        QCOMPARE(booleanValue(text), boolean);
-        QCOMPARE(numericValue(text), numeric);
-        QCOMPARE(smartFloatValue(text), smartFloat);
-        QCOMPARE(isIntegerNumber(text), isInteger);
-    }
-
     void wildcardAgreesWithFnmatch()
     {
         // Over an alphabet of two letters, patterns of literals and "*" mean the
@@ -92,13 +47,21 @@ private slots:
 
     void edits_data()
     {
-        // Escaping and expanding, line separators, repeats, splitting, trimming
-        // and comparing. Lines split at the first kind of break found (CRLF, LF,
+        // Parsing, escaping and expanding, line separators, repeats, splitting,
+        // trimming and comparing. Lines split at the first kind of break found (CRLF, LF,
         // CR); components keep inner and leading empties but not a trailing one.
         QTest::addColumn<Edit>("edit");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("argument");
         QTest::addColumn<QString>("expected");
+        // booleanValue: a leading y, Y, t, T or 1, else the integer; numericValue
+        // is strtol with base 0; smartFloatValue takes either decimal mark, and
+        // is infinite beyond float's range; isIntegerNumber wants ASCII digits.
+        const Edit parse = [](const QString &s, const QString &) {
+            return QStringList { QString::number(booleanValue(s)), QString::number(numericValue(s)),
+                QString::number(smartFloatValue(s), 'g', 10), QString::number(isIntegerNumber(s)) }
+                .join(u' ');
+        };
         const Edit escape = stringByEscapingCharacters, expand = stringByExpandingEscapedCharacters;
         const Edit expandDefault = [](const QString &s, const QString &) {
             return stringByExpandingEscapedCharacters(s, defaultEscapeSet());
@@ -134,6 +97,23 @@ private slots:
                 s, !backslash.isEmpty());
             return changed == (inPlace != s) && inPlace == copy ? copy : "in place: " + inPlace;
         };
+        row("parse: empty", parse, "", "", "0 0 0 0");
+        row("parse: leading y", parse, "yes", "", "1 0 0 0");
+        row("parse: other word", parse, "no", "", "0 0 0 0");
+        row("parse: leading 1", parse, "1x", "", "1 1 1 0");
+        row("parse: integer", parse, "42", "", "1 42 42 1");
+        row("parse: zero", parse, "0", "", "0 0 0 1");
+        row("parse: blanks sign junk", parse, "  -12abc", "", "1 -12 -12 0");
+        row("parse: octal", parse, "010", "", "1 8 10 1");
+        row("parse: hex", parse, "0x1F", "", "0 31 0 0");
+        row("parse: beyond 32 bits", parse, "8589934592", "", "1 8589934592 8589934592 1");
+        row("parse: comma after point", parse, "1.234,5", "", "1 1 1234.5 0");
+        row("parse: comma before point", parse, "1,234.5", "", "1 1 1234.5 0");
+        row("parse: not infinity", parse, "inf", "", "0 0 0 0");
+        row("parse: float overflow", parse, "1e50", "", "1 1 inf 0");
+        row("parse: double overflow", parse, "-1e400", "", "1 -1 -inf 0");
+        row("parse: underflow", parse, "1e-400", "", "1 1 0 0");
+        row("parse: arabic-indic digit", parse, QString(QChar(0x0661)), "", "0 0 0 0");
         // Positions are those of the unedited input: each escape lands one further early.
         row("escape: four, each shifted further", escape, "a\"b\"c\"d\"e", "\"",
             "a\\\"\\b\\\"\\c\"d\"e");
