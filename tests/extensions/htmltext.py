@@ -2,14 +2,25 @@
 # SPDX-License-Identifier: MIT
 """Reference plain text of HTML fragments, on Python's html.parser.
 
-Reads a JSON array of fragments on standard input and writes the array of
-their texts: comments, head, title, script, style and template dropped;
-white-space runs one space (none at a line start), kept in pre; block
-elements a line break before further text; <br> a line break.
+Writes a JSON array of [fragment, text] for 400 fragments made of random
+pieces (comments, script, style, attributes holding ">", pre, nested blocks,
+broken markup; every third a whole document). The text: comments, head,
+title, script, style and template dropped; white-space runs one space (none
+at a line start), kept in pre; block elements a line break before further
+text; <br> a line break.
 """
 import json
-import sys
+import random
 from html.parser import HTMLParser
+
+PIECES = ["alpha", "beta gamma", "  spaced\t\nout  ", "a &amp; b", "&lt;tag&gt;", "caf&eacute;",
+          "x &notit; y", "1 < 2", "&#x41;&#66;", "<b>", "</b>", "<i>", "</i>", "<span>", "</span>",
+          "</em>", "<p>", "</p>", "<div>", "</div>", "<br>", "<br/>", "<ul><li>one<li>two</ul>",
+          "<ol>\n<li>x</li>\n</ol>", "<!-- a > b -->", "<!---->",
+          "<script>if (a < b) { x = '</p>'; }</script>", "<style>p > a { color: red }</style>",
+          "<a href=\"b>\">link</a>", "<a title='x > y'>t</a>", "<pre>  keep\n   this  </pre>",
+          "<h1>Head</h1>", "<blockquote>q</blockquote>", "<img src=x alt=y>",
+          "<div><div>in</div>out</div>"]
 
 HIDDEN = {"head", "title", "script", "style", "template"}
 BLOCK = set("""address article aside blockquote caption center dd details dir
@@ -92,4 +103,10 @@ def text(fragment):
     return p.out
 
 
-print(json.dumps([text(f) for f in json.load(sys.stdin)]))
+rng = random.Random(11)
+fragments = []
+for i in range(400):
+    body = "".join(rng.choice(PIECES) for _ in range(rng.randint(1, 11)))
+    fragments.append(body if i % 3 else "<!DOCTYPE html><html><head><title>T</title>"
+                     "<style>s</style></head><body>" + body + "</body></html>")
+print(json.dumps([[f, text(f)] for f in fragments]))

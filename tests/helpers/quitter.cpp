@@ -19,6 +19,7 @@
 int main(int argc, char **argv)
 {
     std::signal(SIGTERM, SIG_IGN);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const bool early = argc > 1 && std::strcmp(argv[1], "early") == 0;
     if (early)
         VXProcess::processWithPID(qint32(::getpid()));
@@ -28,12 +29,9 @@ int main(int argc, char **argv)
             [](const QString &, const QVariant &, const QVariantMap &info) {
                 std::printf(
                     "change %s\n", qPrintable(info.value(QStringLiteral("change")).toString()));
-                std::fflush(stdout);
             });
-    QTimer::singleShot(0, [] {
-        std::printf("ready %s\n", qPrintable(VXProcess::currentProcess()->name()));
-        std::fflush(stdout);
-    });
+    QTimer::singleShot(
+        0, [] { std::printf("ready %s\n", qPrintable(VXProcess::currentProcess()->name())); });
     const int rc = app.exec();
     std::printf("quit event\n");
     return rc;
