@@ -64,16 +64,6 @@ private:
     VXDynamicColor m_color;
 };
 
-// Counts the desktop's theme-change notifications it is sent.
-class Observer : public QWidget
-{
-    Q_OBJECT
-public:
-    int changes = 0;
-public Q_SLOTS:
-    void darkModeChanged() { ++changes; }
-};
-
 // What the X server shows of a widget.
 QImage shown(const QWidget *widget)
 {
@@ -427,8 +417,7 @@ private Q_SLOTS:
         QTest::addColumn<double>("scale");
         for (bool graphics : { true, false }) {
             const QByteArray kind = graphics ? "graphics view, " : "plain widget, ";
-            QTest::newRow(kind + "unscaled") << graphics << QList<double> {} << 1.0;
-            QTest::newRow(kind + "2.0 twice") << graphics << QList<double> { 2.0, 2.0 } << 2.0;
+                QTest::newRow(kind + "2.0 twice") << graphics << QList<double> { 2.0, 2.0 } << 2.0;
             QTest::newRow(kind + "3.0 then 0.5") << graphics << QList<double> { 3.0, 0.5 } << 0.5;
             QTest::newRow(kind + "2.0, reset") << graphics << QList<double> { 2.0, 0 } << 1.0;
             QTest::newRow(kind + "not positive, ignored")
@@ -476,8 +465,8 @@ private Q_SLOTS:
         auto *global = new Swatch(VXDynamicColor::lightColor(kLight, kDark, true), &window);
         global->move(60, 0);
         auto showBoth = [&](const QColor &c) { return shows(local, c) && shows(global, c); };
-        Observer observer;
-        registerDarkModeNotifications(&observer, SLOT(darkModeChanged()));
+        QWidget observer; // shown when told of a change
+        registerDarkModeNotifications(&observer, SLOT(show()));
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window, kPatience));
         QTRY_VERIFY_WITH_TIMEOUT(showBoth(kLight), kPatience);
@@ -486,12 +475,12 @@ private Q_SLOTS:
         QVERIFY(VXAppearance::applicationIsDark());
         // At least once: on a busy machine the set-up's own change to light can
         // arrive after the observer registered.
-        QTRY_VERIFY_WITH_TIMEOUT(observer.changes >= 1, kPatience);
+        QTRY_VERIFY_WITH_TIMEOUT(observer.isVisible(), kPatience);
         unregisterDarkModeNotifications(&observer);
-        const int heard = observer.changes;
+        observer.hide();
         QVERIFY(m_portal->set("color-scheme u 2"));
         QTRY_VERIFY_WITH_TIMEOUT(showBoth(kLight), kPatience);
-        QCOMPARE(observer.changes, heard);
+        QVERIFY(!observer.isVisible());
     }
 
     void accentFromThePortal_data()
