@@ -578,9 +578,6 @@ private Q_SLOTS:
             << "/run/media/ann/My\\040Disk" << true << true;
         QTest::newRow("/media folder that is no mount")
             << "/media/ann/Disk/App.app" << "/media/ann/Disk/launchlock" << "" << false << false;
-        QTest::newRow("translocated")
-            << "/private/var/folders/zz/T/AppTranslocation/1F/d/App.app" << "" << "" << false
-            << true;
         QTest::newRow("temporary copy") << "/var/tmp/App.app" << "" << "" << false << true;
         // clang-format on
     }

@@ -156,24 +156,12 @@ private Q_SLOTS:
         QCOMPARE(VXUtilities::compareVersion(b, a), -expected);
     }
 
-    void plainVersionOf_data()
-    {
-        // clang-format off
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("build note") << "3.0.1 (build 7)" << "3.0.1";
-        QTest::newRow("letter first") << "b3" << "";
-        QTest::newRow("beta") << "2.3b4" << "2.3";
-        QTest::newRow("plain") << "10.4" << "10.4";
-        QTest::newRow("empty") << "" << "";
-        // clang-format on
-    }
-
     void plainVersionOf()
     {
-        QFETCH(QString, version);
-        QFETCH(QString, expected);
-        QCOMPARE(VXUtilities::plainVersionOf(version), expected);
+        QCOMPARE(VXUtilities::plainVersionOf("3.0.1 (build 7)"), "3.0.1");
+        QCOMPARE(VXUtilities::plainVersionOf("2.3b4"), "2.3");
+        QCOMPARE(VXUtilities::plainVersionOf("10.4"), "10.4");
+        QCOMPARE(VXUtilities::plainVersionOf("b3"), "");
     }
 
     void systemVersionFromKernelRelease_data()
@@ -348,23 +336,13 @@ private Q_SLOTS:
         QVERIFY(VXBundle::open(d + "/Escape.app")->executablePath().isEmpty());
     }
 
-    void fourCharCodes_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<uint>("code");
-        QTest::newRow("APPL") << "APPL" << 0x4150504Cu;
-        QTest::newRow("Mac Roman byte") << "A©BC" << 0x41A94243u;
-        QTest::newRow("too short") << "ABC" << 0u;
-        QTest::newRow("not Mac Roman") << "AB☃☃" << 0u;
-    }
-
     void fourCharCodes()
     {
-        QFETCH(QString, text);
-        QFETCH(uint, code);
-        QCOMPARE(VXFourCharCode::fromString(text), code);
-        if (code)
-            QCOMPARE(VXFourCharCode::toString(code), text);
+        QCOMPARE(VXFourCharCode::fromString("APPL"), 0x4150504Cu);
+        QCOMPARE(VXFourCharCode::toString(0x41A94243u), "A©BC"); // a Mac Roman byte
+        QCOMPARE(VXFourCharCode::fromString("A©BC"), 0x41A94243u);
+        for (const QString bad : { "ABC", "AB☃☃", "" }) // too short, not Mac Roman
+            QCOMPARE(VXFourCharCode::fromString(bad), 0u);
     }
 
     void argumentDomainOverridesSettings()
