@@ -29,12 +29,6 @@ public:
     bool silent = false;
     QHash<QString, QVariant> values;
 
-    void set(const QString &ns, const QString &key, const QVariant &value)
-    {
-        values.insert(ns + ' ' + key, value);
-        Q_EMIT SettingChanged(ns, key, QDBusVariant(value));
-    }
-
 public Q_SLOTS:
     QDBusVariant ReadOne(const QString &ns, const QString &key)
     {
@@ -84,6 +78,12 @@ QVariant valueOf(const QStringList &w)
     return QVariant::fromValue(rgb);
 }
 
+void say(const char *line)
+{
+    std::puts(line);
+    std::fflush(stdout);
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
@@ -107,13 +107,12 @@ int main(int argc, char **argv)
             const QStringList w = QString::fromUtf8(l).split(' ', Qt::SkipEmptyParts);
             if (w.size() < 4)
                 continue;
-            settings.set(w[0], w[1], valueOf(w));
-            std::fputs("set\n", stdout);
-            std::fflush(stdout);
+            settings.values.insert(w[0] + ' ' + w[1], valueOf(w));
+            Q_EMIT settings.SettingChanged(w[0], w[1], QDBusVariant(valueOf(w)));
+            say("set");
         }
     });
-    std::fputs("ready\n", stdout);
-    std::fflush(stdout);
+    say("ready");
     return app.exec();
 }
 

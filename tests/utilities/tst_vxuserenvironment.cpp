@@ -66,13 +66,6 @@ QDateTime at(int hour, int minute)
     return QDateTime(QDate(2026, 11, 23), QTime(hour, minute));
 }
 
-void setSuite(const char *suite, const QString &key, const QVariant &value)
-{
-    const auto s = VXUserDefaults::suite(suite);
-    s->setValue(key, value);
-    s->sync();
-}
-
 const QString kHelpers = QUILLET_BINARY_DIR "/tests/helpers";
 
 // A bundle whose executable is a copy of a program (or a script).
@@ -89,12 +82,7 @@ QString makeBundle(const QString &path, const QVariantMap &info, const QByteArra
 // What the window manager and other clients do to the X server.
 struct X
 {
-    Display *d = XOpenDisplay(nullptr);
-    ~X()
-    {
-        if (d)
-            XCloseDisplay(d);
-    }
+    Display *d = XOpenDisplay(nullptr); // closed with the process
     // EWMH _NET_WM_STATE request, as a pager or the window itself sends it.
     void setFullScreen(Window w, bool on)
     {
@@ -138,10 +126,8 @@ struct App : TestChild
     { }
     bool bringForward()
     {
-        const VXProcessPtr p = VXProcess::processWithPID(pid());
-        if (!p)
-            return false;
-        p->setFrontProcess();
+        if (const VXProcessPtr p = VXProcess::processWithPID(pid()))
+            p->setFrontProcess();
         return QTest::qWaitFor([&] {
             const VXProcessPtr front = VXProcess::frontProcess();
             return front && front->unixPID() == pid();
@@ -188,7 +174,6 @@ private Q_SLOTS:
             gsettings(QStringList { "reset" } + key);
         QFile::remove(kdeglobals());
         qunsetenv("XDG_CURRENT_DESKTOP");
-        setPaletteProbe({});
         VXUtilitiesPlatform::setSystemRoot(QString());
         VXBundle::setMainBundlePath(QString());
     }
@@ -211,9 +196,6 @@ private Q_SLOTS:
         QTest::newRow("accent out of range is unset")
             << none << QStringList { "color-scheme u 1", "accent-color rgb -1 -1 -1" }
             << ColorScheme::Dark << std::optional<Rgb>();
-        QTest::newRow("unknown scheme value is no preference")
-            << none << QStringList { "color-scheme u 7" } << ColorScheme::NoPreference
-            << std::optional<Rgb>();
         QTest::newRow("portal that never answers")
             << QStringList { "--silent" } << none << ColorScheme::NoPreference
             << std::optional<Rgb>();
@@ -287,15 +269,6 @@ private Q_SLOTS:
         QCOMPARE(accentColor(), accent);
     }
 
-    void paletteProbeDecidesWithoutAnyPreference()
-    {
-        setPaletteProbe([] { return std::optional(true); });
-        QVERIFY(isDark());
-        // A desktop's preference outranks the palette.
-        writeFile(kdeglobals(), "[General]\nColorScheme=BreezeLight\n");
-        QVERIFY(!isDark());
-    }
-
     // The notification the application hears, from the portal's and from the
     // theme's changes; other namespaces' changes are not announced.
     void darkModeFollowsPortalAndTheme()
@@ -343,12 +316,9 @@ private Q_SLOTS:
         QTest::newRow("output and errors together")
             << QByteArray("#!/bin/sh\necho out\necho err >&2\necho \"$#:$1\"\n")
             << QStringList { "a b" } << 10.0 << "out\nerr\n1:a b\n" << QStringList();
-        QTest::newRow("no parameters at all")
-            << QByteArray("#!/bin/sh\necho \"$#\"\n") << QStringList { "nil" } << 10.0 << "0\n"
-            << QStringList();
-        QTest::newRow("runs in the home folder, input empty")
-            << QByteArray("#!/bin/sh\npwd\ncat\n") << QStringList() << 10.0
-            << QDir::homePath() + "\n" << QStringList();
+        QTest::newRow("no parameters at all, in the home folder, input empty")
+            << QByteArray("#!/bin/sh\necho \"$#\"\npwd\ncat\n") << QStringList { "nil" } << 10.0
+            << "0\n" + QDir::homePath() + "\n" << QStringList();
         // Terminated, logged, and what it wrote comes back.
         QTest::newRow("outruns its time-out")
             << QByteArray("#!/bin/sh\necho $$ > \"$1\"\necho partial\nexec sleep 30\n")
@@ -411,7 +381,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("type");
         QTest::addColumn<int>("result");
         QTest::newRow("a tmpfs the test mounts") << "tmpfs" << "tmpfs" << 0;
-        QTest::newRow("proc") << "/proc/self" << "proc" << 0;
         QTest::newRow("missing path") << "/nonexistent/quillet" << "" << -1;
         // clang-format on
     }
@@ -479,52 +448,62 @@ private Q_SLOTS:
         QCOMPARE(VXUtilities::currentTimeInDNDRangeStartMinutes(start, end), inRange);
     }
 
-    void doNotDisturbMode_data()
+    // Desktop settings that switch a behaviour on: the user defaults' suites,
+    // and GNOME's own where it has one.
+    void desktopSwitches_data()
     {
-        // clang-format off
-        QTest::addColumn<QVariant>("prefs"); // a dictionary written as a property list, or bytes
-        QTest::addColumn<bool>("bannersOff");
+        QTest::addColumn<QString>("ask");
+        QTest::addColumn<QStringList>("suite"); // suite, key
+        QTest::addColumn<QVariant>("value"); // a dictionary is written as a property list
+        QTest::addColumn<QStringList>("gnome"); // schema, key, value
         QTest::addColumn<bool>("on");
+        // clang-format off
+        const QStringList dnd { "com.apple.ncprefs", "dnd_prefs" }, none;
         const QVariantMap schedule { { "enabled", 1 }, { "start", 1320 }, { "end", 420 } };
-        QTest::newRow("nothing set") << QVariant() << false << false;
-        QTest::newRow("turned on by hand")
-            << QVariant(QVariantMap { { "userPref", QVariantMap() } }) << false << true;
-        QTest::newRow("schedule in force")
-            << QVariant(QVariantMap { { "scheduledTime", schedule } }) << false << true;
-        QTest::newRow("not a property list") << QVariant(QByteArray("garbage")) << false << false;
-        QTest::newRow("GNOME banners off") << QVariant() << true << true;
+        QTest::newRow("Do Not Disturb: nothing set")
+            << "dnd" << none << QVariant() << none << false;
+        QTest::newRow("Do Not Disturb: turned on by hand") << "dnd" << dnd
+            << QVariant(QVariantMap { { "userPref", QVariantMap() } }) << none << true;
+        QTest::newRow("Do Not Disturb: schedule in force") << "dnd" << dnd
+            << QVariant(QVariantMap { { "scheduledTime", schedule } }) << none << true;
+        QTest::newRow("Do Not Disturb: not a property list")
+            << "dnd" << dnd << QVariant(QByteArray("garbage")) << none << false;
+        QTest::newRow("Do Not Disturb: GNOME banners off") << "dnd" << none << QVariant()
+            << QStringList { "org.gnome.desktop.notifications", "show-banners", "false" } << true;
+        QTest::newRow("reduced transparency: nothing set")
+            << "transparency" << none << QVariant() << none << false;
+        QTest::newRow("reduced transparency: the suite") << "transparency"
+            << QStringList { "com.apple.universalaccess", "reduceTransparency" } << QVariant(true)
+            << none << true;
+        QTest::newRow("reduced transparency: GNOME high contrast") << "transparency" << none
+            << QVariant()
+            << QStringList { "org.gnome.desktop.a11y.interface", "high-contrast", "true" } << true;
         // clang-format on
     }
 
-    void doNotDisturbMode()
+    void desktopSwitches()
     {
-        QFETCH(QVariant, prefs);
-        QFETCH(bool, bannersOff);
+        QFETCH(QString, ask);
+        QFETCH(QStringList, suite);
+        QFETCH(QVariant, value);
+        QFETCH(QStringList, gnome);
         QFETCH(bool, on);
         VXUtilitiesPlatform::setClock([] { return at(23, 30); });
-        if (prefs.isValid())
-            setSuite("com.apple.ncprefs", "dnd_prefs",
-                prefs.metaType() == QMetaType::fromType<QVariantMap>()
-                    ? VXPropertyList::toXml(prefs.toMap())
-                    : prefs.toByteArray());
-        if (bannersOff && !gnomeSchemas())
+        if (!suite.isEmpty()) {
+            const auto s = VXUserDefaults::suite(suite[0]);
+            s->setValue(suite[1],
+                value.metaType() == QMetaType::fromType<QVariantMap>()
+                    ? QVariant(VXPropertyList::toXml(value.toMap()))
+                    : value);
+            s->sync();
+        }
+        if (!gnome.isEmpty() && !gnomeSchemas())
             QSKIP("GNOME's schemas are not installed");
-        if (bannersOff)
-            QVERIFY(
-                gsettings({ "set", "org.gnome.desktop.notifications", "show-banners", "false" }));
-        QCOMPARE(VXUtilities::doNotDisturbMode(), on);
-    }
-
-    void reducedTransparency()
-    {
-        QVERIFY(!VXUtilities::reducedTransparency());
-        setSuite("com.apple.universalaccess", "reduceTransparency", true);
-        QVERIFY(VXUtilities::reducedTransparency());
-        if (!gnomeSchemas())
-            return;
-        // The desktop's own setting decides where it has one.
-        QVERIFY(gsettings({ "set", "org.gnome.desktop.a11y.interface", "high-contrast", "true" }));
-        QVERIFY(VXUtilities::reducedTransparency());
+        if (!gnome.isEmpty())
+            QVERIFY(gsettings(QStringList { "set" } + gnome));
+        QCOMPARE(
+            ask == "dnd" ? VXUtilities::doNotDisturbMode() : VXUtilities::reducedTransparency(),
+            on);
     }
 
     void idleTimeFallsWithInput()
@@ -671,37 +650,6 @@ private Q_SLOTS:
             QString("launched by %1: %2\nlogin item: %3\ndebugging: %4\n")
                 .arg(code, a[0], a[1], a[2])
                 .toUtf8());
-    }
-
-    void loginItemFromTheAutostartUnit_data()
-    {
-        // clang-format off
-        QTest::addColumn<QByteArray>("cgroup");
-        QTest::addColumn<QString>("parent");
-        QTest::addColumn<bool>("loginItem");
-        const QByteArray slice = "0::/user.slice/user-1000.slice/user@1000.service/app.slice/";
-        QTest::newRow("autostart unit")
-            << slice + "app-gnome-quillet@autostart.service\n" << "/usr/lib/systemd/systemd"
-            << true;
-        QTest::newRow("child of an autostarted program")
-            << slice + "app-gnome-quillet@autostart.service\n" << "/usr/bin/bash" << false;
-        QTest::newRow("launched from a terminal")
-            << slice + "app-org.gnome.Terminal-2841.scope\n" << "/usr/lib/systemd/systemd" << false;
-        // clang-format on
-    }
-
-    void loginItemFromTheAutostartUnit()
-    {
-        QFETCH(QByteArray, cgroup);
-        QFETCH(QString, parent);
-        QFETCH(bool, loginItem);
-        QTemporaryDir root;
-        writeFile(root.path() + "/proc/self/cgroup", cgroup);
-        const QString parentDir = root.path() + "/proc/" + QString::number(::getppid());
-        QDir().mkpath(parentDir);
-        QVERIFY(QFile::link(parent, parentDir + "/exe"));
-        VXUtilitiesPlatform::setSystemRoot(root.path());
-        QCOMPARE(VXUtilities::wasLaunchedAsLoginItem(), loginItem);
     }
 
     void launchMicroWaitsAndStartsNothingInFullScreen()
