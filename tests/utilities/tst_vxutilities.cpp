@@ -69,11 +69,7 @@ private Q_SLOTS:
                 "could not install menu bar visibility event handl)", "wait count (Micro) = 0" }));
     }
 
-    void cleanup()
-    {
-        VXUtilitiesPlatform::setKernelRelease(std::nullopt);
-        VXUtilitiesPlatform::setSystemRoot(QString());
-    }
+    void cleanup() { VXUtilitiesPlatform::setKernelRelease(std::nullopt); }
 
     void formats_data()
     {
@@ -261,7 +257,10 @@ private Q_SLOTS:
             const auto bundle = VXBundle::open(d + "/Broken.app");
             QVERIFY(bundle && bundle->infoDictionary().isEmpty() && !bundle->infoError().isEmpty());
         }
-        // An executable name that tries to leave its folder is ignored.
+        // An executable name that tries to leave its folder is ignored, even
+        // where that leads to a program.
+        writeFile(d + "/bin/sh", "\177ELF", true);
+        QDir().mkpath(d + "/Escape.app/Contents/Linux");
         writeFile(
             d + "/Escape.app/Contents/Info.plist", "{ CFBundleExecutable = \"../../../bin/sh\"; }");
         QVERIFY(VXBundle::open(d + "/Escape.app")->executablePath().isEmpty());
