@@ -12,72 +12,66 @@
 #include <cstring>
 
 namespace {
-AtspiAccessible *findApplication(int pid)
+// A child of node (the desktop's children are applications) for which
+// found() holds, or the first of its descendants down to depth; a new
+// reference, or null.
+template <typename Found> AtspiAccessible *find(AtspiAccessible *node, int depth, Found found)
 {
-    AtspiAccessible *desktop = atspi_get_desktop(0);
-    atspi_accessible_clear_cache(desktop);
-    AtspiAccessible *found = nullptr;
-    const int count = atspi_accessible_get_child_count(desktop, nullptr);
-    for (int i = 0; i < count && !found; ++i) {
-        AtspiAccessible *child = atspi_accessible_get_child_at_index(desktop, i, nullptr);
-        if (child && int(atspi_accessible_get_process_id(child, nullptr)) == pid)
-            found = child;
-        else if (child)
-            g_object_unref(child);
+    const int count = atspi_accessible_get_child_count(node, nullptr);
+    for (int i = 0; i < count; ++i) {
+        AtspiAccessible *child = atspi_accessible_get_child_at_index(node, i, nullptr);
+        if (!child)
+            continue;
+        AtspiAccessible *hit = nullptr;
+        if (found(child))
+            hit = static_cast<AtspiAccessible *>(g_object_ref(child));
+        else if (depth > 0)
+            hit = find(child, depth - 1, found);
+        g_object_unref(child);
+        if (hit)
+            return hit;
     }
-    g_object_unref(desktop);
-    return found;
+    return nullptr;
 }
 
-bool usable(AtspiAccessible *node)
+bool isButton(AtspiAccessible *node, const char *name)
 {
+    if (atspi_accessible_get_role(node, nullptr) != ATSPI_ROLE_PUSH_BUTTON)
+        return false;
+    gchar *text = atspi_accessible_get_name(node, nullptr);
     AtspiStateSet *states = atspi_accessible_get_state_set(node);
-    const bool yes = atspi_state_set_contains(states, ATSPI_STATE_SHOWING)
+    const bool yes = text && std::strcmp(text, name) == 0
+        && atspi_state_set_contains(states, ATSPI_STATE_SHOWING)
         && atspi_state_set_contains(states, ATSPI_STATE_ENABLED);
+    g_free(text);
     g_object_unref(states);
     return yes;
 }
 
-AtspiAccessible *findButton(AtspiAccessible *node, const char *name, int depth = 0)
-{
-    if (depth > 64)
-        return nullptr;
-    if (atspi_accessible_get_role(node, nullptr) == ATSPI_ROLE_PUSH_BUTTON) {
-        gchar *text = atspi_accessible_get_name(node, nullptr);
-        const bool match = text && std::strcmp(text, name) == 0 && usable(node);
-        g_free(text);
-        return match ? static_cast<AtspiAccessible *>(g_object_ref(node)) : nullptr;
-    }
-    AtspiAccessible *found = nullptr;
-    const int count = atspi_accessible_get_child_count(node, nullptr);
-    for (int i = 0; i < count && !found; ++i) {
-        AtspiAccessible *child = atspi_accessible_get_child_at_index(node, i, nullptr);
-        if (!child)
-            continue;
-        found = findButton(child, name, depth + 1);
-        g_object_unref(child);
-    }
-    return found;
-}
-
 bool press(int pid, const char *name)
 {
-    for (int attempt = 0; attempt < 600; ++attempt) {
-        if (AtspiAccessible *app = findApplication(pid)) {
-            atspi_accessible_clear_cache(app);
-            AtspiAccessible *button = findButton(app, name);
-            g_object_unref(app);
-            if (button) {
-                AtspiAction *action = atspi_accessible_get_action_iface(button);
-                const bool done = action && atspi_action_do_action(action, 0, nullptr);
-                if (action)
-                    g_object_unref(action);
-                g_object_unref(button);
-                if (done)
-                    return true;
-            }
-        }
-        g_usleep(100 * 1000);
+    for (int attempt = 0; attempt < 600; ++attempt, g_usleep(100 * 1000)) {
+        AtspiAccessible *desktop = atspi_get_desktop(0);
+        atspi_accessible_clear_cache(desktop);
+        AtspiAccessible *app = find(desktop, 0, [pid](AtspiAccessible *a) {
+            return int(atspi_accessible_get_process_id(a, nullptr)) == pid;
+        });
+        g_object_unref(desktop);
+        if (!app)
+            continue;
+        atspi_accessible_clear_cache(app);
+        AtspiAccessible *button
+            = find(app, 64, [name](AtspiAccessible *a) { return isButton(a, name); });
+        g_object_unref(app);
+        if (!button)
+            continue;
+        AtspiAction *action = atspi_accessible_get_action_iface(button);
+        const bool done = action && atspi_action_do_action(action, 0, nullptr);
+        if (action)
+            g_object_unref(action);
+        g_object_unref(button);
+        if (done)
+            return true;
     }
     return false;
 }

@@ -42,11 +42,6 @@ int run(char **argv, bool traced)
     }
     return 127;
 }
-
-const char *yesNo(bool b)
-{
-    return b ? "yes" : "no";
-}
 } // namespace
 
 int main(int argc, char **argv)
@@ -58,6 +53,7 @@ int main(int argc, char **argv)
     if (argc != 3 || std::strcmp(argv[1], "ask") != 0)
         return 2;
     QCoreApplication app(argc, argv);
+    const auto yesNo = [](bool b) { return b ? "yes" : "no"; };
     std::printf("launched by %s: %s\n", argv[2],
         yesNo(VXUtilities::wasLaunchedByProcess(QString::fromUtf8(argv[2]))));
     std::printf("login item: %s\n", yesNo(VXUtilities::wasLaunchedAsLoginItem()));

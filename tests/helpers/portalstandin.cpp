@@ -14,34 +14,11 @@
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusContext>
-#include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QHash>
 #include <QSocketNotifier>
-#include <QTextStream>
 #include <cstdio>
 #include <unistd.h>
-
-struct Rgb
-{
-    double r = 0, g = 0, b = 0;
-};
-Q_DECLARE_METATYPE(Rgb)
-
-QDBusArgument &operator<<(QDBusArgument &arg, const Rgb &c)
-{
-    arg.beginStructure();
-    arg << c.r << c.g << c.b;
-    arg.endStructure();
-    return arg;
-}
-const QDBusArgument &operator>>(const QDBusArgument &arg, Rgb &c)
-{
-    arg.beginStructure();
-    arg >> c.r >> c.g >> c.b;
-    arg.endStructure();
-    return arg;
-}
 
 class Settings : public QObject, protected QDBusContext
 {
@@ -52,17 +29,11 @@ public:
     bool silent = false;
     QHash<QString, QVariant> values;
 
-    void set(const QString &ns, const QString &key, const QVariant &value)
-    {
-        values.insert(ns + QLatin1Char(' ') + key, value);
-        Q_EMIT SettingChanged(ns, key, QDBusVariant(value));
-    }
-
 public Q_SLOTS:
     QDBusVariant ReadOne(const QString &ns, const QString &key)
     {
         if (readOnly) {
-            sendErrorReply(QDBusError::UnknownMethod, QStringLiteral("No such method ReadOne"));
+            sendErrorReply(QDBusError::UnknownMethod, "No such method ReadOne");
             return {};
         }
         return lookup(ns, key);
@@ -83,55 +54,65 @@ private:
             setDelayedReply(true); // and never reply
             return {};
         }
-        const auto it = values.constFind(ns + QLatin1Char(' ') + key);
+        const auto it = values.constFind(ns + ' ' + key);
         if (it == values.cend()) {
-            sendErrorReply(QStringLiteral("org.freedesktop.portal.Error.NotFound"),
-                QStringLiteral("Requested setting not found"));
+            sendErrorReply("org.freedesktop.portal.Error.NotFound", "Requested setting not found");
             return {};
         }
         return QDBusVariant(*it);
     }
 };
 
+// A line's value as the portal sends it: "u N", "rgb R G B" (a (ddd)
+// structure) or text.
+QVariant valueOf(const QStringList &w)
+{
+    if (w[2] == "u")
+        return QVariant::fromValue(w[3].toUInt());
+    if (w[2] != "rgb" || w.size() != 6)
+        return w.mid(3).join(' ');
+    QDBusArgument rgb;
+    rgb.beginStructure();
+    rgb << w[3].toDouble() << w[4].toDouble() << w[5].toDouble();
+    rgb.endStructure();
+    return QVariant::fromValue(rgb);
+}
+
+void say(const char *line)
+{
+    std::puts(line);
+    std::fflush(stdout);
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    qDBusRegisterMetaType<Rgb>();
     qRegisterMetaType<QDBusVariant>(); // for the relayed signal
     Settings settings;
-    settings.readOnly = app.arguments().contains(QStringLiteral("--read-only"));
-    settings.silent = app.arguments().contains(QStringLiteral("--silent"));
+    settings.readOnly = app.arguments().contains("--read-only");
+    settings.silent = app.arguments().contains("--silent");
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &settings,
+    if (!bus.registerObject("/org/freedesktop/portal/desktop", &settings,
             QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals)
-        || !bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")))
+        || !bus.registerService("org.freedesktop.portal.Desktop"))
         return 1;
 
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&input, &QSocketNotifier::activated, &app, [&] {
         char line[512];
         const ssize_t n = ::read(STDIN_FILENO, line, sizeof line - 1);
-        if (n <= 0) {
-            app.quit();
-            return;
-        }
+        if (n <= 0)
+            return app.quit();
         for (const QByteArray &l : QByteArray(line, n).split('\n')) {
-            const QStringList w = QString::fromUtf8(l).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+            const QStringList w = QString::fromUtf8(l).split(' ', Qt::SkipEmptyParts);
             if (w.size() < 4)
                 continue;
-            if (w[2] == QLatin1String("u"))
-                settings.set(w[0], w[1], QVariant::fromValue(w[3].toUInt()));
-            else if (w[2] == QLatin1String("rgb") && w.size() == 6)
-                settings.set(w[0], w[1],
-                    QVariant::fromValue(Rgb { w[3].toDouble(), w[4].toDouble(), w[5].toDouble() }));
-            else
-                settings.set(w[0], w[1], w.mid(3).join(QLatin1Char(' ')));
-            std::fputs("set\n", stdout);
-            std::fflush(stdout);
+            settings.values.insert(w[0] + ' ' + w[1], valueOf(w));
+            Q_EMIT settings.SettingChanged(w[0], w[1], QDBusVariant(valueOf(w)));
+            say("set");
         }
     });
-    std::fputs("ready\n", stdout);
-    std::fflush(stdout);
+    say("ready");
     return app.exec();
 }
 
