@@ -1,20 +1,31 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 //
-// The installer's set-up, from its arguments and the product's bundle to
-// the window's first state, and its answers about folders.
+// The installer's set-up: started by a product (a real process, its log
+// file, events from other processes over the session bus), from its
+// arguments and the product's bundle to the window's first state, its
+// answers about folders, and the texts it reads and writes: Rich Text
+// read-mes and desktop entries.
 #include "common/logcapture.h"
+#include "installer/desktopentry.h"
+#include "installer/rtfreader.h"
 #include "installerfixture.h"
+#include "utilities/vxfourcharcode.h"
 
 #include <QAbstractButton>
 #include <QBuffer>
 #include <QDataStream>
+#include <QFile>
 #include <QLabel>
+#include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTabWidget>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
 #include <QTextEdit>
 
 namespace {
@@ -46,46 +57,78 @@ QByteArray picture(const QString &name, QColor colour, int edge = 32)
     }
     return bytes;
 }
+
+const QString kSample = QStringLiteral(QUILLET_BINARY_DIR "/examples/Sample.app");
+const QString kInstaller
+    = kSample + "/Contents/Resources/QuilletInstaller.app/Contents/Linux/QuilletInstaller";
+
+QString logFile()
+{
+    return QDir::homePath() + "/Library/Logs/QuilletInstaller.log";
+}
+
+// Sends the Done event the way another program would, with dbus-send:
+// `wait` for the receiver's reply, else without waiting, so that the
+// receiver may be this very process.
+int sendDone(qint64 pid, const QString &text, bool wait)
+{
+    const QStringList args { "--session", wait ? "--print-reply" : "--type=method_call",
+        QStringLiteral("--dest=org.quillet.VX.p%1").arg(pid), "/org/quillet/VX/AppleEvents",
+        "org.quillet.VX.AppleEvents.HandleEvent",
+        QStringLiteral("uint32:%1").arg(VXFourCharCode::fromString("SinS")),
+        QStringLiteral("uint32:%1").arg(VXFourCharCode::fromString("Done")), "string:" + text };
+    return wait ? QProcess::execute("dbus-send", args)
+                : !QProcess::startDetached("dbus-send", args);
+}
+
+struct Installer
+{
+    QProcess process;
+    QString err; // what it wrote to standard error so far
+    explicit Installer(const QStringList &args, const QString &program = kInstaller)
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        // The offscreen platform warns about raising windows; keep the log to our lines.
+        env.insert("QT_LOGGING_RULES", "default.warning=false");
+        process.setProcessEnvironment(env);
+        process.start(program, args);
+    }
+    ~Installer()
+    {
+        process.kill();
+        process.waitForFinished();
+    }
+    QString readErr() { return err += QString::fromUtf8(process.readAllStandardError()); }
+};
+
+// Reads a document shaped like an editor's output; the test fails when the
+// reader refuses it.
+void readDocument(const char *name, QTextDocument *doc)
+{
+    QFile f(QStringLiteral(QUILLET_TEST_DATA "/readme/") + QLatin1String(name));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QVERIFY(RtfReader::read(f.readAll(), doc));
+}
+
+// The character format in effect at the first occurrence of `text`.
+QTextCharFormat formatAt(const QTextDocument &doc, const QString &text)
+{
+    QTextCursor c = doc.find(text);
+    c.setPosition(c.selectionStart() + 1);
+    return c.isNull() ? QTextCharFormat() : c.charFormat();
+}
+
+QTextBlockFormat blockOf(const QTextDocument &doc, const QString &text)
+{
+    return doc.find(text).block().blockFormat();
+}
 } // namespace
 
 class TestInstallerSetup : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void extractArguments_data()
-    {
-        // clang-format off
-        QTest::addColumn<QStringList>("argv");
-        QTest::addColumn<QVariantMap>("expected");
-        QTest::newRow("codes collect")
-            << QStringList { "/x", "-productName", "Foo", "-productCode", "ABCD", "-productCode", "EFGH" }
-            << QVariantMap { { "", "/x" }, { "productName", "Foo" },
-                   { "productCode", QStringList { "ABCD", "EFGH" } } };
-        QTest::newRow("codes after one key") << QStringList { "/x", "-quitCode", "ABCD", "EFGH" }
-            << QVariantMap { { "", "/x" }, { "quitCode", QStringList { "ABCD", "EFGH" } } };
-        QTest::newRow("last value wins; key without value not recorded")
-            << QStringList { "/x", "-productName", "A", "-productName", "B", "-version" }
-            << QVariantMap { { "", "/x" }, { "productName", "B" } };
-        QTest::newRow("two minus signs keep one")
-            << QStringList { "/x", "--x", "1" } << QVariantMap { { "", "/x" }, { "-x", "1" } };
-        QTest::newRow("key is not reset after a value") << QStringList { "/x", "-readMePath", "a", "b" }
-            << QVariantMap { { "", "/x" }, { "readMePath", "b" } };
-        QTest::newRow("nothing") << QStringList { QString() } << QVariantMap { { "", QString() } };
-        // clang-format on
-    }
-
-    void extractArguments()
-    {
-        QFETCH(QStringList, argv);
-        QFETCH(QVariantMap, expected);
-        InstallerWinController c({ argv, false, QString() });
-        c.extractArguments();
-        c.extractArguments(); // a second call changes nothing
-        QCOMPARE(c.arguments().keys(), expected.keys());
-        for (auto it = expected.cbegin(); it != expected.cend(); ++it)
-            QCOMPARE(c.arguments().value(it.key()), it.value());
-    }
-
     // Set-up from the product's arguments and bundle, as the window then
     // shows it. Paths: "@" is the test's folder (the product is
     // Volumes/Foo/Foo.app, the Applications folder Applications); files
@@ -116,6 +159,19 @@ private Q_SLOTS:
         QTest::newRow("bundle: product codes given")
             << QStringList { "-productCode", "P1", "-productCode", "P2", "-quitCode", "Q1" } << Map {}
             << Map { { "codes", "P1,P2 / Q1,P1,P2" } };
+        // How the arguments are read: "-key value" pairs, codes collected
+        // under keys that end in "Code". Oddities kept on purpose: "--x"
+        // is the key "-x", and a key stays set after its value. Observations
+        // named "-key" are the argument of that key.
+        QTest::newRow("arguments: codes after one key") << QStringList { "-quitCode", "AB", "CD" }
+            << Map {} << Map { { "codes", "WXYZ / AB,CD,WXYZ" } };
+        QTest::newRow("arguments: last value wins; a key without value not recorded")
+            << QStringList { "-productName", "A", "-productName", "B", "-version" } << Map {}
+            << Map { { "-productName", "B" }, { "-version", QVariant() } };
+        QTest::newRow("arguments: two minus signs keep one") << QStringList { "--x", "1" } << Map {}
+            << Map { { "--x", "1" } };
+        QTest::newRow("arguments: key not reset after a value")
+            << QStringList { "-helpAnchor", "a", "b" } << Map {} << Map { { "-helpAnchor", "b" } };
 
         QTest::newRow("destination: existing folder kept")
             << QStringList { "-destinationPath", "@Other/Foo Pro.app" } << Map {}
@@ -136,6 +192,12 @@ private Q_SLOTS:
         QTest::newRow("destination: wrapper outside the source folder dropped")
             << QStringList { "-wrapperPath", "@Elsewhere/Foo Folder" } << Map {}
             << Map { { "destination", "Applications/Foo.app" }, { "wrapper", false } };
+        QTest::newRow("destination: in the home folder, shown with ~")
+            << QStringList { "-destinationPath", "~/Apps/Foo.app" } << Map { { "~/Apps/x", "" } }
+            << Map { { "shown", "~/Apps/Foo.app" } };
+        QTest::newRow("destination: beside the home folder") << QStringList { "-destinationPath",
+            "~2/Apps/Foo.app" } << Map { { "~2/Apps/x", "" } }
+            << Map { { "shown", QDir::homePath() + "2/Apps/Foo.app" } };
         QTest::newRow("destination: missing wrapper dropped")
             << QStringList { "-wrapperPath", "@Volumes/Foo/Nothing" } << Map {}
             << Map { { "destination", "Applications/Foo.app" }, { "wrapper", false } };
@@ -205,11 +267,11 @@ private Q_SLOTS:
         // @xdg/autostart) read with a desktop entry parser: the bundle of
         // the product's login item is the destination.
         const auto loginItem = [&](const char *tag, const QString &user, const QString &system,
-                                   const QString &expected) {
+                                   const QString &expected, const QString &item = "") {
             QTest::newRow(tag) << QStringList {}
                 << Map { { "~/.config/autostart/foo.desktop", user }, { "@xdg/autostart/foo.desktop", system } }
-                << Map { { "destination", expected },
-                    { "login item", expected.startsWith("Applications") ? "" : expected } };
+                << Map { { "destination", expected }, { "login item",
+                    item.isEmpty() && !expected.startsWith("Applications") ? expected : item } };
         };
         loginItem("login item: quoted program path with a blank",
             exec + "\"@Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n", "", "Foo Folder/Foo.app");
@@ -225,6 +287,12 @@ private Q_SLOTS:
             "Applications/Foo.app");
         loginItem("login item: not a desktop entry", "Exec=@Other/Foo.app/Contents/Linux/Foo\n", "",
             "Applications/Foo.app");
+        // The installer does not install into a copy it must not replace.
+        loginItem("login item: in the Trash", exec + "@Trash/files/Foo.app/Contents/Linux/Foo\n", "",
+            "Applications/Foo.app", "Trash/files/Foo.app");
+        loginItem("login item: on an installer volume",
+            exec + "@Volumes/Foo-Install/Foo.app/Contents/Linux/Foo\n", "", "Applications/Foo.app",
+            "Volumes/Foo-Install/Foo.app");
         // clang-format on
     }
 
@@ -240,7 +308,8 @@ private Q_SLOTS:
         for (const char *folder : { "Other", "Volumes/Foo/Foo Folder", "Elsewhere/Foo Folder",
                  "Applications/Foo Folder", "Gone/Foo.app/Contents" })
             QDir().mkpath(root + folder);
-        for (const char *bundle : { "Foo Folder/Foo.app", "Other/Foo.app" })
+        for (const char *bundle : { "Foo Folder/Foo.app", "Other/Foo.app", "Trash/files/Foo.app",
+                 "Volumes/Foo-Install/Foo.app" })
             writeFile(root + bundle + "/Contents/Linux/Foo", "#!/bin/sh\n", true);
         writeFile(root + "afile", "x");
         writeFile(QDir::homePath() + "/.config/autostart/a-other.desktop",
@@ -267,17 +336,19 @@ private Q_SLOTS:
             VXBundle::setMainBundlePath(loose.path() + "/QuilletInstaller.app");
         }
         LogCapture capture;
+        args.replaceInStrings(QRegularExpression("^~"), QDir::homePath());
         const auto c = fixture.setUp(args.replaceInStrings(QRegularExpression("^@"), root));
         capture.restore();
 
         const auto relative = [&](const QString &path) { return QString(path).remove(root); };
-        const InstallerArguments &a = c->arguments();
+        const InstallerArguments a = c->arguments();
         const QImage icon = c->iconField()->pixmap().toImage();
         const QString destination = relative(a.value("destinationPath").toString());
         const QVariantMap observed {
             { "destination",
                 destination
                     + (relative(c->pathField()->text()) == destination ? "" : " (not shown)") },
+            { "shown", relative(c->pathField()->text()) },
             { "source", relative(a.value("sourcePath").toString()) },
             { "product", a.value("productName") }, { "version", a.value("version") },
             { "codes",
@@ -303,9 +374,14 @@ private Q_SLOTS:
         if (expected.contains("logged"))
             QVERIFY2(capture.messages().contains(expected.value("logged").toString()),
                 qPrintable(capture.text()));
-        for (auto it = expected.cbegin(); it != expected.cend(); ++it)
-            QCOMPARE(it.key() + ": " + observed.value(it.key()).toString(),
-                it.key() + ": " + it.value().toString());
+        for (auto it = expected.cbegin(); it != expected.cend(); ++it) {
+            const QVariant seen
+                = it.key().startsWith('-') ? a.value(it.key().mid(1)) : observed.value(it.key());
+            QCOMPARE(it.key() + ": " + seen.toString(), it.key() + ": " + it.value().toString());
+        }
+        // Reading the arguments again changes nothing.
+        c->extractArguments();
+        QCOMPARE(c->arguments(), a);
     }
 
     void interfaceFile_data()
@@ -367,42 +443,282 @@ private Q_SLOTS:
         QVERIFY(!c.canWriteToPath("/proc/1/Name.app"));
     }
 
-    void pathAnswers_data()
+    void init() { QDir(QDir::homePath() + "/Library").removeRecursively(); }
+
+    void productLaunchLogsToFile()
+    {
+        const QString readMe = kSample + "/Contents/Resources/ReadMe.rtf";
+        Installer installer(
+            { "-productName", "Sample", "-sourcePath", kSample, "-readMePath", readMe });
+        QTRY_VERIFY_WITH_TIMEOUT(readFile(logFile()).contains("Updated arguments: "), 20000);
+        // The first line comes before the streams are reopened.
+        QTRY_VERIFY(installer.readErr().contains("AppleEvents installed"));
+        QCOMPARE(logMessages(installer.err), QStringList { "AppleEvents installed" });
+        // Then the arguments as given, the login item and the completed
+        // arguments (their format is the format function's).
+        const QStringList log = logMessages(QString::fromUtf8(readFile(logFile())));
+        QVERIFY(log.value(0).startsWith(
+            "arguments: (\n    \"" + kInstaller + "\",\n    \"-productName\""));
+        QCOMPARE(log.value(1), QStringLiteral("autolaunch = (null)"));
+        QVERIFY(log.value(2).startsWith("Updated arguments: {"));
+        for (const char *completed :
+            { "destinationPath = \"/opt/Sample.app\";", "quitCode = (\n        QSmp\n    );" })
+            QVERIFY2(log.value(2).contains(completed), qPrintable(log.value(2)));
+
+        // A second launch appends; bytes that are not UTF-8 in its arguments
+        // become replacement characters, and set-up goes on.
+        Installer second({ "-c",
+                             "exec \"$0\" -productName \"$(printf 'S\\377\\376x')\" -sourcePath "
+                             "\"$1\" -version \"$(printf '\\300\\200')\"",
+                             kInstaller, kSample },
+            "/bin/sh");
+        QTRY_COMPARE_WITH_TIMEOUT(logMessages(QString::fromUtf8(readFile(logFile())))
+                                      .filter("Updated arguments: ")
+                                      .size(),
+            2, 20000);
+        QCOMPARE(second.process.state(), QProcess::Running);
+        QVERIFY(readFile(logFile()).contains("productName = \"S\\Ufffd\\Ufffdx\";"));
+    }
+
+    void directInvocationKeepsItsStreams_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::newRow("two arguments") << QStringList { "-productName" };
+        QTest::newRow("languages first")
+            << QStringList { "-AppleLanguages", "(de)", "-productName", "Foo" };
+    }
+
+    void directInvocationKeepsItsStreams()
+    {
+        QFETCH(QStringList, args);
+        Installer installer(args);
+        QTRY_VERIFY_WITH_TIMEOUT(installer.readErr().contains("Updated arguments"), 20000);
+        QCOMPARE(logMessages(installer.err).mid(0, 2),
+            QStringList({ "AppleEvents installed", "direct invocation" }));
+        QVERIFY(!QFile::exists(QDir::homePath() + "/Library/Logs"));
+    }
+
+    void unopenableLogFileGoesToDevNull()
+    {
+        QDir().mkpath(logFile()); // a folder where the file should be
+        Installer installer({ "-productName", "Sample", "-sourcePath", kSample });
+        // Set-up goes on: the installer answers on the bus (once it has
+        // handled the event), and writes nowhere.
+        QTRY_VERIFY_WITH_TIMEOUT(sendDone(installer.process.processId(), "x", true) == 0, 20000);
+        QCOMPARE(installer.process.state(), QProcess::Running);
+        QVERIFY(QFileInfo(logFile()).isDir());
+        QVERIFY(!installer.readErr().contains("received Done event"));
+    }
+
+    void doneEvent_data()
     {
         // clang-format off
-        // How a path is shown (~ for the home folder) and whether the installer
-        // refuses to run from it; @home is the home folder.
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<bool>("unsupported");
-        QTest::newRow("home") << "@home" << "~" << false;
-        QTest::newRow("in home") << "@home/Applications/Foo.app" << "~/Applications/Foo.app" << false;
-        QTest::newRow("root") << "/" << "/" << false;
-        QTest::newRow("home prefix but other user") << "@home2/x" << "@home2/x" << false;
-        QTest::newRow("installer volume") << "/Volumes/Name-Install/Name.app" << "" << true;
-        QTest::newRow("data volume") << "/Volumes/Data/Apps/Name.app" << "" << false;
-        QTest::newRow("removable media installer") << "/run/media/ann/Name-Install/Name.app" << ""
-            << true;
-        QTest::newRow("removable media data") << "/media/ann/USB/Name.app" << "" << false;
-        QTest::newRow("build without qzv") << "/home/ann/build/Name.app" << "" << false;
-        QTest::newRow("development build") << "/home/ann/build/qzv/Name.app" << "" << true;
-        QTest::newRow("Trash") << "/home/ann/.local/share/Trash/files/Name.app" << "" << true;
-        QTest::newRow("dot Trash") << "/Users/x/.Trash/Name.app" << "" << true;
-        QTest::newRow("private var") << "/private/var/folders/xy/Name.app" << "" << true;
-        QTest::newRow("nil") << QString() << "" << false;
+        QTest::addColumn<QString>("label"); // of the installation under way
+        QTest::addColumn<QString>("sent");
+        QTest::addColumn<bool>("completes");
+        QTest::newRow("label matches") << "Foo 2.1" << "Foo 2.1" << true;
+        QTest::newRow("case differs") << "Foo 2.1" << "foo 2.1" << false;
+        QTest::newRow("spacing differs") << "Foo 2.1" << "Foo  2.1" << false;
+        QTest::newRow("before any installation") << QString() << "Foo 2.1" << false;
         // clang-format on
     }
 
-    void pathAnswers()
+    void doneEvent()
+    {
+        QFETCH(QString, label);
+        QFETCH(QString, sent);
+        QFETCH(bool, completes);
+        ProductFixture fixture;
+        LogCapture capture;
+        const auto c = fixture.setUp({ "-productName", "Foo", "-version", "2.1" });
+        InstallerWinController::setCurrentInstallationLabel(label);
+        const auto reset
+            = qScopeGuard([] { InstallerWinController::setCurrentInstallationLabel({}); });
+        sendDone(QCoreApplication::applicationPid(), sent, false);
+        QTRY_VERIFY_WITH_TIMEOUT(capture.text().contains("received Done event"), 10000);
+        QCoreApplication::processEvents(); // what the event queued
+        capture.restore();
+        QCOMPARE(c->isFinished(), completes);
+        QVERIFY(capture.messages().contains(
+            QString("received Done event (%1), current installation: %2")
+                .arg(sent, label.isNull() ? QStringLiteral("(null)") : label)));
+        QCOMPARE(c->introField()->text() == "Foo was successfully installed.", completes);
+        QCOMPARE(c->cancelButton()->isHidden(), completes);
+    }
+
+    // Documents shaped like the common editors' output: their text, and the
+    // format at the first occurrence of a piece of it.
+    void editorDocuments()
+    {
+        QTextDocument wordPad, textEdit, libreOffice;
+        readDocument("wordpad.rtf", &wordPad);
+        readDocument("textedit.rtf", &textEdit);
+        readDocument("libreoffice.rtf", &libreOffice);
+        QString text = wordPad.toPlainText();
+        QVERIFY2(text.startsWith("Release Notes\nCafé and naïve text, red and underlined.\n"),
+            qPrintable(text));
+        QVERIFY(text.contains("Привет means hello.")); // a Cyrillic font's code page
+        QVERIFY(text.contains("Euro €, emoji 😀 done.")); // \u with its fallback skipped
+        QVERIFY(!text.contains("Riched20") && !text.contains("HYPERLINK"));
+        QCOMPARE(formatAt(wordPad, "Release").fontWeight(), int(QFont::Bold));
+        QCOMPARE(formatAt(wordPad, "Release").fontPointSize(), 16.0);
+        QCOMPARE(blockOf(wordPad, "Release").alignment(), Qt::AlignHCenter);
+        QCOMPARE(formatAt(wordPad, "Café").fontWeight(), int(QFont::Normal));
+        QVERIFY(formatAt(wordPad, "naïve").fontItalic());
+        QCOMPARE(formatAt(wordPad, "red").foreground().color(), QColor(255, 0, 0));
+        QVERIFY(formatAt(wordPad, "underlined").fontUnderline());
+        QVERIFY(!formatAt(wordPad, " text,").fontUnderline());
+        QCOMPARE(
+            formatAt(wordPad, "Get help").anchorHref(), QStringLiteral("https://example.org/help"));
+        QVERIFY(blockOf(wordPad, "First point").leftMargin() > 0);
+
+        text = textEdit.toPlainText();
+        QVERIFY2(
+            text.startsWith(
+                "Line one\nTab\there and a brace { and backslash \\.\nRight aligned — with dash\n"),
+            qPrintable(text));
+        QVERIFY(text.endsWith("code"));
+        QVERIFY(!text.contains("89504e")); // pictures are skipped
+        QCOMPARE(blockOf(textEdit, "Right aligned").alignment(), Qt::AlignRight);
+        QCOMPARE(formatAt(textEdit, "code").fontFamilies().toStringList(),
+            QStringList { "Menlo-Regular" });
+
+        text = libreOffice.toPlainText();
+        QVERIFY2(text.startsWith("Bold heading\nPlain italic and struck and x2\nCell A\tCell B\t"),
+            qPrintable(text));
+        // Style sheet, document information and font table are not text.
+        QVERIFY(!text.contains("Normal;") && !text.contains("Ann") && !text.contains("Arial"));
+        QCOMPARE(formatAt(libreOffice, "Plain").fontWeight(), int(QFont::Normal));
+        QVERIFY(formatAt(libreOffice, "struck").fontStrikeOut());
+        QCOMPARE(formatAt(libreOffice, "x2").verticalAlignment(), QTextCharFormat::AlignNormal);
+        QTextCursor two = libreOffice.find("x2");
+        two.setPosition(two.selectionEnd());
+        QCOMPARE(two.charFormat().verticalAlignment(), QTextCharFormat::AlignSuperScript);
+        QCOMPARE(formatAt(libreOffice, "Plain").fontFamilies().toStringList(),
+            QStringList { "Liberation Sans" });
+    }
+
+    void controlWordsAndHostileInput_data()
+    {
+        // clang-format off
+        QTest::addColumn<QByteArray>("rtf");
+        QTest::addColumn<QString>("text"); // null: read, whatever it holds; "(refused)": not RTF
+        QTest::newRow("symbols") << QByteArray(
+            "{\\rtf1 a\\~b\\_c\\-d \\endash\\emdash\\bullet\\lquote x\\rquote\\ldblquote y\\rdblquote}")
+            << QStringLiteral("a\u00a0b\u2011cd –—•‘x’“y”");
+        QTest::newRow("line break") << QByteArray("{\\rtf1 one\\line two}") << QStringLiteral("one\u2028two");
+        QTest::newRow("uc2 skips two") << QByteArray("{\\rtf1\\uc2 A\\u252??B}") << QStringLiteral("AüB");
+        QTest::newRow("uc0 skips none") << QByteArray("{\\rtf1\\uc0 A\\u252 B}") << QStringLiteral("AüB");
+        QTest::newRow("uc scoped to group") << QByteArray("{\\rtf1{\\uc0 \\u252}\\u252?x}") << QStringLiteral("üüx");
+        QTest::newRow("skip counts a hex escape") << QByteArray("{\\rtf1 \\u8364\\'80 euro}") << QStringLiteral("€ euro");
+        QTest::newRow("mac code page") << QByteArray("{\\rtf1\\mac \\'8a}") << QStringLiteral("ä");
+        QTest::newRow("unknown starred destination") << QByteArray("{\\rtf1 a{\\*\\unknown hidden}b}") << "ab";
+        QTest::newRow("unknown word ignored") << QByteArray("{\\rtf1 a\\frobnicate42 b}") << "ab";
+        QTest::newRow("raw newlines ignored") << QByteArray("{\\rtf1 a\r\nb}") << "ab";
+        QTest::newRow("leading white space") << QByteArray("\n  {\\rtf1 ok}") << "ok";
+        QTest::newRow("not rtf") << QByteArray("hello") << "(refused)";
+        QTest::newRow("empty") << QByteArray() << "(refused)";
+        QTest::newRow("unbalanced close") << QByteArray("{\\rtf1 a}}}}} b") << QString();
+        QTest::newRow("unterminated") << QByteArray("{\\rtf1 {{{ a \\b") << QString();
+        QTest::newRow("deep nesting") << QByteArray("{\\rtf1 ") + QByteArray(200000, '{') + "x"
+            + QByteArray(200000, '}') << QString();
+        QTest::newRow("huge parameter")
+            << QByteArray("{\\rtf1\\fs99999999999999999999 \\li-99999999999999 x\\u99999999999}") << QString();
+        QTest::newRow("bad hex escape") << QByteArray("{\\rtf1 \\'zz\\' \\'") << QString();
+        QTest::newRow("trailing backslash") << QByteArray("{\\rtf1 x\\") << QString();
+        QTest::newRow("long control word") << QByteArray("{\\rtf1 \\") + QByteArray(100000, 'a') + "}"
+            << QString();
+        QTest::newRow("field without result") << QByteArray("{\\rtf1{\\field{\\*\\fldinst HYPERLINK}}}")
+            << QString();
+        QTest::newRow("color index out of range") << QByteArray("{\\rtf1{\\colortbl;}\\cf99\\cb-1 x}")
+            << QString();
+        QTest::newRow("binary junk") << QByteArray("{\\rtf1 \x00\x01\xff\xfe", 11) << QString();
+        // clang-format on
+    }
+
+    void controlWordsAndHostileInput()
+    {
+        QFETCH(QByteArray, rtf);
+        QFETCH(QString, text);
+        QTextDocument doc;
+        QString error;
+        const bool isRtf = text != "(refused)";
+        QCOMPARE(RtfReader::read(rtf, &doc, &error), isRtf);
+        QCOMPARE(error.isEmpty(), isRtf);
+        if (isRtf && !text.isNull())
+            QCOMPARE(doc.toRawText(), text);
+    }
+
+    void fileIdIsASafeFileName_data()
+    {
+        // clang-format off
+        QTest::addColumn<QString>("identifier");
+        QTest::addColumn<QString>("bundleName");
+        QTest::addColumn<QString>("id");
+        QTest::newRow("reverse DNS") << "dev.example.foo" << "Foo" << "dev.example.foo";
+        QTest::newRow("no identifier") << "" << "Foo Bar" << "quillet.Foo_Bar";
+        QTest::newRow("slash and dot-dot") << "../../etc/x" << "Foo" << "_._.._etc_x";
+        QTest::newRow("leading dash") << "-rf" << "Foo" << "_rf";
+        QTest::newRow("non-ASCII") << "dev.exämple" << "Foo" << "dev.ex__mple";
+        // clang-format on
+    }
+
+    void fileIdIsASafeFileName()
+    {
+        QFETCH(QString, identifier);
+        QFETCH(QString, bundleName);
+        QFETCH(QString, id);
+        const std::string made
+            = DesktopEntry::fileId(identifier.toStdString(), bundleName.toStdString());
+        QCOMPARE(QString::fromStdString(made), id);
+        QVERIFY(DesktopEntry::isSafeFileId(made));
+        QVERIFY(!DesktopEntry::isSafeFileId(identifier.toStdString()) || identifier == id);
+    }
+
+    void valuesSurviveEscaping_data()
+    {
+        // clang-format off
+        // The Exec value as read back (string escapes undone, the quoting kept);
+        // in the file each backslash is doubled once more.
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("exec");
+        QTest::newRow("plain") << "/opt/Foo.app" << "\"/opt/Foo.app/Contents/Linux/Foo\"";
+        QTest::newRow("space") << "/opt/Foo Bar.app" << "\"/opt/Foo Bar.app/Contents/Linux/Foo\"";
+        // A field code otherwise.
+        QTest::newRow("percent") << "/opt/100%.app" << "\"/opt/100%%.app/Contents/Linux/Foo\"";
+        QTest::newRow("shell characters") << "/opt/$x`y\".app"
+            << "\"/opt/\\$x\\`y\\\".app/Contents/Linux/Foo\"";
+        QTest::newRow("backslash") << "/opt/a\\b.app" << "\"/opt/a\\\\b.app/Contents/Linux/Foo\"";
+        // clang-format on
+    }
+
+    void valuesSurviveEscaping()
     {
         QFETCH(QString, path);
-        QFETCH(QString, shown);
-        QFETCH(bool, unsupported);
-        path.replace("@home", QDir::homePath());
-        InstallerWinController c({ { "/x" }, false, {} });
-        QCOMPARE(c.isInUnsupportedFolder(path), unsupported);
-        if (!shown.isEmpty())
-            QCOMPARE(c.localizedPath(path), shown.replace("@home", QDir::homePath()));
+        QFETCH(QString, exec);
+        const std::string text = DesktopEntry::text({ "Foo\nBar",
+            path.toStdString() + "/Contents/Linux/Foo", path.toStdString(), std::string(), "1.0" });
+        QCOMPARE(QString::fromStdString(DesktopEntry::value(text, "Exec").value_or("")), exec);
+        QVERIFY(text.find("\nExec=" + exec.replace("\\", "\\\\").toStdString() + "\n")
+            != std::string::npos);
+        QCOMPARE(DesktopEntry::value(text, "Name"), std::optional<std::string>("Foo\nBar"));
+        QCOMPARE(DesktopEntry::value(text, "X-Quillet-Bundle"),
+            std::optional<std::string>(path.toStdString()));
+        QCOMPARE(DesktopEntry::value(text, "Icon"), std::nullopt); // no icon, no key
+        // One entry per line: nothing in a value starts a line of its own.
+        QCOMPARE(QString::fromStdString(text).count('\n'), 9);
+    }
+
+    void requestRoundTrip()
+    {
+        const DesktopEntry::Request sent { "dev.example.foo", " Foo\\Bar\t", "2.0",
+            "Contents/Linux/Foo", std::string("\x89PNG\r\n\x1a\n\0\n\nbinary", 17) };
+        std::string why;
+        const auto read = DesktopEntry::parseRequest(DesktopEntry::requestText(sent), &why);
+        QVERIFY2(read, why.c_str());
+        QVERIFY(
+            std::tie(read->identifier, read->name, read->version, read->executable, read->iconPng)
+            == std::tie(sent.identifier, sent.name, sent.version, sent.executable, sent.iconPng));
     }
 };
 

@@ -5,13 +5,17 @@
 // test's own who plays the attacker: what it installs and how, what it
 // refuses without writing anything, the races that user can run against
 // it, where old copies go and whose they are there, and what it registers
-// for all users.
+// for all users. Then the whole privileged path as that user takes it: the
+// user's installer runs the helper through the real pkexec, which asks the
+// real polkitd about the shipped polkit action.
 #include "common/systemtestuser.h"
 #include "common/testfiles.h"
 #include "installer/desktopentry.h"
+#include "utilities/vxpropertylist.h"
 
 #include <QDeadlineTimer>
 #include <QDirIterator>
+#include <QImage>
 #include <QScopeGuard>
 #include <QStorageInfo>
 #include <QTemporaryDir>
@@ -24,7 +28,6 @@
 namespace {
 const QString kTrain
     = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train");
-const QString kSwapper = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/swapper");
 constexpr auto kAll = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
 
 struct Result
@@ -57,6 +60,14 @@ Result train(const QStringList &args, const QByteArray &uid, const QByteArray &i
     }
     return { p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
         QString::fromUtf8(p.readAllStandardError()) };
+}
+
+// Whether the helper installed; `quiet`: without a word on standard error.
+bool ok(const Result &r, bool quiet = false)
+{
+    if (r.exitCode != 0 || (quiet && !r.error.isEmpty()))
+        qWarning("exit %d: %s", r.exitCode, qPrintable(r.error));
+    return r.exitCode == 0 && (!quiet || r.error.isEmpty());
 }
 
 // What the installer sends with --desktop-entry. The icon only has to look
@@ -120,25 +131,172 @@ void giveTo(const QString &path, const SystemTestUser &user)
     setOwner(path, user.uid, user.gid);
 }
 
-// The swapper run as the user, in the background, from a copy in `folder`:
-// the build may lie where the user cannot enter (a clone under /root).
+// A program run as the user, in the background.
 bool startAs(
-    QProcess &p, const SystemTestUser &user, const QString &folder, const QStringList &args)
+    QProcess &p, const SystemTestUser &user, const QString &program, const QStringList &args)
 {
-    const QString program = folder + "/swapper";
-    if ((!QFile::exists(program) && !QFile::copy(kSwapper, program)) || !setMode(program, 0755))
-        return false;
     p.start("setpriv",
         QStringList { "--reuid", QString::number(user.uid), "--regid", QString::number(user.gid),
             "--clear-groups", program }
             + args);
     return p.waitForStarted();
 }
+
+// The helper as the system has it installed, where the action points; the
+// test puts the built one there when none is.
+const QString kHelper = QStringLiteral(QUILLET_INSTALLED_HELPER);
+const QString kActionId = QStringLiteral("dev.quillet.installer.train");
+const QString kActionFile
+    = "/usr/share/polkit-1/actions/" + kActionId.section('.', 0, 2) + ".policy";
+const QString kBusSocket = QStringLiteral("/run/dbus/system_bus_socket");
+
+// Whether a name has an owner on the system bus (false also without a bus).
+bool onSystemBus(const QString &name)
+{
+    return QProcess::execute("dbus-send",
+               { "--system", "--print-reply", "--dest=org.freedesktop.DBus",
+                   "/org/freedesktop/DBus", "org.freedesktop.DBus.GetNameOwner", "string:" + name })
+        == 0;
+}
+
+// The system side of polkit, as a test needs it: a system bus at the
+// standard socket (pkexec, set-user-ID, ignores any other address), polkitd
+// on it, the shipped action with its helper path pointed at the installed
+// helper (the built one put there when none is), and one rules file of the
+// test's. What was already there is used and left as it was; what the
+// object started or wrote goes with it.
+class SystemPolkit
+{
+public:
+    ~SystemPolkit()
+    {
+        QFile::remove(m_rules);
+        if (m_wroteAction) {
+            QFile::remove(kActionFile);
+            if (!m_savedAction.isNull())
+                writeFile(kActionFile, m_savedAction);
+        }
+        if (m_installedHelper)
+            QFile::remove(kHelper);
+        for (const QString &folder : std::as_const(m_madeFolders)) // innermost first
+            QDir().rmdir(folder);
+        for (QProcess *daemon : { &m_polkitd, &m_bus }) {
+            daemon->terminate();
+            if (!daemon->waitForFinished(10000))
+                daemon->kill();
+            daemon->waitForFinished();
+        }
+        if (m_startedBus)
+            QFile::remove(kBusSocket);
+        if (m_madeRunDbus)
+            QDir(QStringLiteral("/run/dbus")).removeRecursively();
+    }
+
+    // Empty when everything runs; else what failed.
+    QString start()
+    {
+        QByteArray policy = readFile(QUILLET_BINARY_DIR "/polkit/" + kActionFile.section('/', -1));
+        const QByteArray key = "org.freedesktop.policykit.exec.path\">";
+        const qsizetype from = policy.indexOf(key) + key.size(), to = policy.indexOf('<', from);
+        if (from < key.size() || to < 0)
+            return QStringLiteral("the shipped action names no helper path");
+        if (!QFileInfo::exists(kHelper)) {
+            for (QString f = QFileInfo(kHelper).path(); !QFileInfo::exists(f);
+                 f = QFileInfo(f).path())
+                m_madeFolders << f;
+            QDir().mkpath(QFileInfo(kHelper).path());
+            m_installedHelper = QFile::copy(
+                QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/Resources/train", kHelper);
+            if (!m_installedHelper || ::chmod(QFile::encodeName(kHelper).constData(), 0755) != 0)
+                return QStringLiteral("cannot install the helper at ") + kHelper;
+        }
+        m_savedAction = QFile::exists(kActionFile) ? readFile(kActionFile) : QByteArray();
+        m_wroteAction = true;
+        writeFile(kActionFile, policy.replace(from, to - from, kHelper.toUtf8()));
+
+        if (!onSystemBus("org.freedesktop.DBus")) {
+            // A bus of our own: the system bus's usual policy, without
+            // service activation, so that nothing starts behind our back.
+            m_madeRunDbus = QDir().mkdir(QStringLiteral("/run/dbus"));
+            QFile::remove(kBusSocket); // a stale socket of a bus that is gone
+            m_bus.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            m_bus.start("dbus-daemon",
+                { "--nofork", "--nopidfile",
+                    "--config-file=" QUILLET_TEST_DATA "/polkit/system-bus.conf" });
+            m_startedBus = true;
+            if (!QTest::qWaitFor([] { return onSystemBus("org.freedesktop.DBus"); }, 20000))
+                return QStringLiteral("the system bus did not start");
+        }
+        auto polkitd = [] { return onSystemBus("org.freedesktop.PolicyKit1"); };
+        if (!polkitd()) {
+            m_polkitd.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            m_polkitd.start("/usr/lib/polkit-1/polkitd", { "--no-debug" });
+            if (!QTest::qWaitFor(polkitd, 20000))
+                return QStringLiteral("polkitd did not start");
+        }
+        return QString();
+    }
+
+    // Our rule for the action and the user: "YES", "NO", or none.
+    void setRule(const QString &user, const QString &result)
+    {
+        QFile::remove(m_rules);
+        if (!result.isEmpty())
+            writeFile(m_rules,
+                QStringLiteral("polkit.addRule(function(action, subject) {\n"
+                               "    if (action.id == \"%1\" && subject.user == \"%2\")\n"
+                               "        return polkit.Result.%3;\n});\n")
+                    .arg(kActionId, user, result)
+                    .toUtf8());
+    }
+
+    // pkcheck's answer for the action and a process: 0 authorized, 1 not,
+    // 2 only with authentication.
+    static int check(qint64 pid)
+    {
+        return QProcess::execute(
+            "pkcheck", { "--action-id", kActionId, "--process", QString::number(pid) });
+    }
+
+private:
+    QProcess m_bus, m_polkitd;
+    bool m_startedBus = false, m_madeRunDbus = false, m_wroteAction = false;
+    bool m_installedHelper = false;
+    QStringList m_madeFolders;
+    QByteArray m_savedAction;
+    const QString m_rules
+        = QStringLiteral("/etc/polkit-1/rules.d/49-quillet-test-%1.rules").arg(::getpid());
+};
 } // namespace
 
 class TestTrain : public QObject
 {
     Q_OBJECT
+
+    struct Outcome
+    {
+        int exitCode;
+        QString result, log;
+    };
+
+    // The installer's copy step run by the user in a session of their own:
+    // nothing of the test's environment.
+    Outcome runInstallerAsUser(const QString &destination)
+    {
+        const QString home = m_user->home;
+        QProcess worker;
+        worker.setWorkingDirectory(home);
+        worker.start("runuser",
+            { "-u", m_user->name, "--", "env", "-i", "PATH=/usr/local/bin:/usr/bin:/bin",
+                "HOME=" + home, "XDG_CONFIG_HOME=" + home + "/.config",
+                "XDG_DATA_HOME=" + home + "/.local/share", "XDG_CACHE_HOME=" + home + "/.cache",
+                "LC_ALL=C.UTF-8", "TZ=UTC", "QT_QPA_PLATFORM=offscreen",
+                m_dir.path() + "/bin/elevationworker", m_source, destination });
+        worker.waitForFinished(120000);
+        return { worker.exitStatus() == QProcess::NormalExit ? worker.exitCode() : -1,
+            QString::fromUtf8(worker.readAllStandardOutput()).trimmed(),
+            QString::fromUtf8(worker.readAllStandardError()) };
+    }
 
     QString opt(const QString &suffix) const { return "/opt/" + m_name + suffix; }
     QByteArray uid() const { return QByteArray::number(m_user->uid); }
@@ -148,6 +306,8 @@ class TestTrain : public QObject
     QString m_source, m_name, m_id;
     std::optional<SystemShareGuard> m_share;
     std::optional<SystemTestUser> m_user;
+    std::optional<SystemPolkit> m_polkit;
+    QProcess m_userProcess; // a process of the user for pkcheck to ask about
 
 private Q_SLOTS:
     void initTestCase()
@@ -158,20 +318,33 @@ private Q_SLOTS:
         m_user.emplace(m_dir.path() + "/home");
         if (!m_user->isValid())
             QSKIP(qPrintable("no test user: " + m_user->error));
-        m_source = m_dir.path() + "/Volume/Foo.app";
-        writeFile(m_source + "/Contents/Info.plist", "{ CFBundleSignature = WXYZ; }");
-        writeFile(m_source + "/Contents/Linux/Foo", "#!/bin/sh\n");
-        QVERIFY(setMode(m_source + "/Contents/Linux/Foo", 0755));
-        QFile::link("Linux/Foo", m_source + "/Contents/foo-link");
         m_name = "QuilletTrainTest-" + QUuid::createUuid().toString(QUuid::Id128).left(8);
         m_id = "dev.quillet.traintest-" + m_name.right(8);
+        m_source = m_dir.path() + "/Volume/Foo.app";
+        writeFile(m_source + "/Contents/Info.plist",
+            VXPropertyList::toXml({ { "CFBundleExecutable", "Foo" }, { "CFBundleIdentifier", m_id },
+                { "CFBundleShortVersionString", "2.0" }, { "CFBundleIconFile", "Foo" } }));
+        writeFile(m_source + "/Contents/Linux/Foo", "#!/bin/sh\n", true);
+        QFile::link("Linux/Foo", m_source + "/Contents/foo-link");
+        QImage icon(64, 32, QImage::Format_ARGB32);
+        icon.fill(Qt::red);
+        QDir().mkpath(m_source + "/Contents/Resources");
+        QVERIFY(icon.save(m_source + "/Contents/Resources/Foo.png", "PNG"));
         m_share.emplace();
+        m_share->watch(m_id);
         giveTo(m_dir.path() + "/Volume", *m_user);
+        // The user's programs where the user can run them: the build may lie
+        // where the user cannot enter (a clone under /root).
+        for (const QString program : { "swapper", "elevationworker" })
+            writeFile(m_dir.path() + "/bin/" + program,
+                readFile(QUILLET_BINARY_DIR "/tests/helpers/" + program), true);
+        QCOMPARE(QProcess::execute("chmod", { "-R", "a+rX", m_dir.path() + "/bin" }), 0);
     }
 
     void cleanupTestCase()
     {
-        m_user.reset();
+        m_user.reset(); // ends the user's processes first
+        m_polkit.reset();
         m_share.reset();
         if (!m_name.isEmpty())
             for (const QString &f :
@@ -413,7 +586,7 @@ private Q_SLOTS:
         }
         giveTo(base, *m_user);
         QProcess swapper;
-        QVERIFY(startAs(swapper, *m_user, m_dir.path(), swap));
+        QVERIFY(startAs(swapper, *m_user, m_dir.path() + "/bin/swapper", swap));
         int installed = 0;
         // Until the swapper's time is up (it stops by itself), at most a minute.
         for (QDeadlineTimer limit(60000); !limit.hasExpired() && !swapper.waitForFinished(0)
@@ -447,8 +620,7 @@ private Q_SLOTS:
         giveTo(m_dir.path() + "/Wrapped", *m_user);
 
         const QString folder = opt("W");
-        Result r = train({ source, folder + "/Foo.app", wrapper }, uid());
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(train({ source, folder + "/Foo.app", wrapper }, uid())));
         QCOMPARE(readFile(folder + "/Docs/guide.txt"), QByteArray("guide"));
         QVERIFY(QFile::exists(folder + "/Foo.app/Contents/Linux/Foo"));
         for (const uint owner : owners(folder))
@@ -457,8 +629,7 @@ private Q_SLOTS:
         // An update: the wrapper made by the first install is taken again,
         // and the item it replaces goes to the Trash.
         writeFile(wrapper + "/ReadMe.txt", "two");
-        r = train({ source, folder + "/Foo.app", wrapper }, uid());
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(train({ source, folder + "/Foo.app", wrapper }, uid())));
         QCOMPARE(readFile(folder + "/ReadMe.txt"), QByteArray("two"));
         QCOMPARE(readFile(trash() + "/files/ReadMe.txt"), QByteArray("one"));
         QCOMPARE(listing(folder), QStringList({ "Docs", "Foo.app", "ReadMe.txt" }));
@@ -467,8 +638,7 @@ private Q_SLOTS:
         const QString own = m_user->home + "/Applications";
         QDir().mkpath(own);
         giveTo(own, *m_user);
-        r = train({ source, own + "/" + m_name + "W/Foo.app", wrapper }, uid());
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(train({ source, own + "/" + m_name + "W/Foo.app", wrapper }, uid())));
         for (const uint owner : owners(own + "/" + m_name + "W"))
             QCOMPARE(owner, m_user->uid);
     }
@@ -519,8 +689,7 @@ private Q_SLOTS:
                     30000);
             },
             SIGKILL));
-        Result r = train({ source, destination }, uid());
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(train({ source, destination }, uid())));
         QCOMPARE(listing("/opt", staging), QStringList());
 
         // Deeper than the helper goes: refused with its own status.
@@ -529,8 +698,7 @@ private Q_SLOTS:
             deep += "/d";
         QVERIFY(QDir().mkpath(deep));
         giveTo(m_dir.path() + "/Deep", *m_user);
-        r = train({ m_dir.path() + "/Deep/Foo.app", opt("-deep.app") }, uid());
-        QCOMPARE(r.exitCode, 5);
+        QCOMPARE(train({ m_dir.path() + "/Deep/Foo.app", opt("-deep.app") }, uid()).exitCode, 5);
         QCOMPARE(listing("/opt", m_name + "-deep*") + listing("/opt", "." + m_name + "-deep*"),
             QStringList());
     }
@@ -547,8 +715,7 @@ private Q_SLOTS:
             return train(
                 { "--desktop-entry", m_source, to.isEmpty() ? destination : to }, uid(), input);
         };
-        Result r = install(request(m_id));
-        QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+        QVERIFY(ok(install(request(m_id)), true));
         QByteArray entry = readFile(entryFile);
         QVERIFY2(entry.contains(("\nExec=\"" + destination + "/Contents/Linux/Foo\"\n").toUtf8()),
             entry.constData());
@@ -562,14 +729,12 @@ private Q_SLOTS:
         }
 
         // An update replaces the entry; the icon the bundle no longer has goes.
-        r = install(request(m_id, QByteArray()));
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(install(request(m_id, QByteArray()))));
         QVERIFY(!readFile(entryFile).contains("Icon="));
         QVERIFY(!QFile::exists(iconFile));
 
         // A new identifier for the same bundle: still one entry for it.
-        r = install(request(renamed));
-        QVERIFY2(r.exitCode == 0, qPrintable(r.error));
+        QVERIFY(ok(install(request(renamed))));
         QStringList naming;
         for (const QString &f : listing(SystemShareGuard::applications()))
             if (readFile(SystemShareGuard::applications() + "/" + f)
@@ -582,8 +747,7 @@ private Q_SLOTS:
         const QString vim = SystemShareGuard::applications() + "/vim.desktop";
         const bool hadVim = QFile::exists(vim);
         const QByteArray vimBefore = readFile(vim);
-        r = install(request("vim"), opt("-vim.app"));
-        QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+        QVERIFY(ok(install(request("vim"), opt("-vim.app")), true));
         QCOMPARE(QFile::exists(vim), hadVim);
         QCOMPARE(readFile(vim), vimBefore);
         QVERIFY(readFile(SystemShareGuard::entryFile("vim")).contains("X-Quillet-Bundle="));
@@ -594,14 +758,14 @@ private Q_SLOTS:
         // nor written through, no temporary files left.
         const QString planted = m_dir.path() + "/planted";
         writeFile(planted, "planted");
-        for (const QString &kind : { "file", "link", "no description" }) {
+        for (const QString &kind : QStringList { "file", "link", "no description" }) {
             SystemShareGuard::forget(m_id);
             if (kind == "link")
                 QVERIFY(QFile::link(planted, entryFile));
             else
                 writeFile(entryFile, "[Desktop Entry]\nName=Other\n");
             const QByteArray before = readFile(entryFile);
-            r = install(kind == "no description" ? QByteArray() : request(m_id));
+            const Result r = install(kind == "no description" ? QByteArray() : request(m_id));
             QCOMPARE(r.exitCode, 0);
             QVERIFY2(r.error.contains("not registered for all users"), qPrintable(r.error));
             QCOMPARE(readFile(entryFile), before);
@@ -652,8 +816,7 @@ private Q_SLOTS:
         // The administrator's sticky .Trash: the old copy goes to the user's
         // folder in it, with a path relative to the volume's top.
         QVERIFY(setOwner(shared, 0, 0));
-        r = train({ m_source, destination }, uid());
-        QVERIFY2(r.exitCode == 0 && r.error.isEmpty(), qPrintable(r.error));
+        QVERIFY(ok(train({ m_source, destination }, uid()), true));
         const QString userTrash = shared + "/" + QString::number(m_user->uid);
         QCOMPARE(
             readFile(userTrash + "/files/" + m_name + "-volume.app/Contents/Resources/old-marker"),
@@ -662,6 +825,79 @@ private Q_SLOTS:
                     .contains(("\nPath=" + destination.mid(topdir.size() + 1) + "\n").toUtf8()));
         QCOMPARE(QFileInfo(userTrash).ownerId(), m_user->uid);
         QVERIFY(!QFile::exists(m_user->home + "/.local/share/Trash"));
+    }
+
+    void installsThroughPkexec_data()
+    {
+        QTest::addColumn<QString>("rule");
+        QTest::addColumn<int>("pkcheck");
+        QTest::newRow("rule allows") << "YES" << 0;
+        QTest::newRow("rule refuses") << "NO" << 1;
+        QTest::newRow("no rule, no agent") << QString() << 2;
+    }
+
+    void installsThroughPkexec()
+    {
+        QFETCH(QString, rule);
+        QFETCH(int, pkcheck);
+        for (const char *tool : { "pkexec", "polkitd", "dbus-daemon", "pkcheck", "runuser" })
+            if (QStandardPaths::findExecutable(
+                    tool, { "/usr/bin", "/usr/sbin", "/usr/lib/polkit-1" })
+                    .isEmpty())
+                QSKIP(qPrintable(QString::fromLatin1(tool) + " is not installed"));
+        struct stat st;
+        if (::stat("/usr/bin/pkexec", &st) != 0 || st.st_uid != 0
+            || (st.st_mode & (S_ISUID | S_IXOTH)) != (S_ISUID | S_IXOTH))
+            QSKIP("pkexec is not a set-user-ID root program others may run");
+        if (!m_polkit) {
+            const QString error = m_polkit.emplace().start();
+            QVERIFY2(error.isEmpty(), qPrintable(error));
+            QVERIFY(startAs(m_userProcess, *m_user, "sleep", { "3600" }));
+        }
+        SystemShareGuard::forget(m_id); // whatever an earlier row left
+        m_polkit->setRule(m_user->name, rule);
+        // polkitd reads rules files when they change: wait until it answers as
+        // this row's rule says.
+        QVERIFY(QTest::qWaitFor(
+            [&] { return SystemPolkit::check(m_userProcess.processId()) == pkcheck; }, 20000));
+
+        const QString destination = opt("-pkexec" + rule + ".app");
+        const QString userEntry = m_user->home + "/.local/share/applications/" + m_id + ".desktop";
+        Outcome run = runInstallerAsUser(destination);
+        QVERIFY2(run.exitCode == 0, qPrintable(run.log));
+        if (rule != "YES") {
+            // pkexec's 127: could not start, shown as a failed authorized copy.
+            QCOMPARE(run.result, QStringLiteral("result: Authorized copying failed."));
+            QVERIFY2(
+                run.log.contains("AuthorizationExecuteWithPrivileges failed"), qPrintable(run.log));
+            QVERIFY(!QFileInfo::exists(destination));
+            QVERIFY(!QFile::exists(SystemShareGuard::entryFile(m_id)));
+            return;
+        }
+
+        // Installed by root for everybody, and registered once, for everybody.
+        QCOMPARE(run.result, QStringLiteral("result: null"));
+        QVERIFY2(run.log.contains("registered app: 0"), qPrintable(run.log));
+        QVERIFY(QFileInfo(destination + "/Contents/Linux/Foo").isExecutable());
+        QCOMPARE(QFileInfo(destination).ownerId(), 0u);
+        const QByteArray entry = readFile(SystemShareGuard::entryFile(m_id));
+        QVERIFY2(entry.contains(("\nX-Quillet-Bundle=" + destination + "\n").toUtf8()),
+            entry.constData());
+        QVERIFY(entry.contains(("\nExec=\"" + destination + "/Contents/Linux/Foo\"\n").toUtf8()));
+        QCOMPARE(QImage(SystemShareGuard::iconFile(m_id)).size(), QSize(256, 256));
+        QVERIFY(!QFile::exists(userEntry));
+
+        // An update: the old copy goes to the user's Trash, and is theirs.
+        writeFile(destination + "/Contents/Resources/old-marker", "old");
+        run = runInstallerAsUser(destination);
+        QCOMPARE(run.result, QStringLiteral("result: null"));
+        QVERIFY(!QFile::exists(destination + "/Contents/Resources/old-marker"));
+        const QString trashed
+            = m_user->home + "/.local/share/Trash/files/" + QFileInfo(destination).fileName();
+        QCOMPARE(readFile(trashed + "/Contents/Resources/old-marker"), QByteArray("old"));
+        QCOMPARE(QFileInfo(trashed).ownerId(), m_user->uid);
+        QCOMPARE(QFileInfo(trashed + "/Contents/Resources/old-marker").ownerId(), m_user->uid);
+        QVERIFY(!QFile::exists(userEntry));
     }
 };
 
