@@ -81,23 +81,16 @@ int sendDone(qint64 pid, const QString &text, bool wait)
                 : !QProcess::startDetached("dbus-send", args);
 }
 
+// The installer as a process of its own, ended (if need be) as the object
+// goes. The offscreen platform warns about raising windows: initTestCase()
+// keeps the log to our lines.
 struct Installer
 {
     QProcess process;
     QString err; // what it wrote to standard error so far
     explicit Installer(const QStringList &args, const QString &program = kInstaller)
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        // The offscreen platform warns about raising windows; keep the log to our lines.
-        env.insert("QT_LOGGING_RULES", "default.warning=false");
-        process.setProcessEnvironment(env);
         process.start(program, args);
-    }
-    ~Installer()
-    {
-        process.kill();
-        process.waitForFinished();
     }
     QString readErr() { return err += QString::fromUtf8(process.readAllStandardError()); }
 };
@@ -147,90 +140,77 @@ private Q_SLOTS:
 
         // The bundle completes the arguments: its creator code joins the
         // codes given, and the quit list always holds the product codes.
-        QTest::newRow("bundle: nothing given") << QStringList {} << Map {} << Map {
-            { "destination", "Applications/Foo.app" }, { "source", "Volumes/Foo/Foo.app" },
-            { "product", "Foo" }, { "codes", "WXYZ / WXYZ" }, { "name", "Foo 2.0" },
-            { "title", "Foo Installer" }, { "intro", "This will install Foo on your computer." },
+        const auto row = [](const char *tag, const QStringList &args, const Map &expected,
+                             const Map &files = {}) { QTest::newRow(tag) << args << files << expected; };
+        row("bundle: nothing given", {}, { { "destination", "Applications/Foo.app" },
+            { "source", "Volumes/Foo/Foo.app" }, { "product", "Foo" }, { "codes", "WXYZ / WXYZ" },
+            { "name", "Foo 2.0" }, { "title", "Foo Installer" },
+            { "intro", "This will install Foo on your computer." },
             { "version", "" }, // shown, but not stored: the run sees only a passed one
             { "finished", false }, { "page", 1 }, { "buttons", "Install/Cancel" },
-            { "help", false }, { "checkmark", false } };
-        QTest::newRow("bundle: quit code given") << QStringList { "-quitCode", "ABCD" } << Map {}
-            << Map { { "codes", "WXYZ / ABCD,WXYZ" } };
-        QTest::newRow("bundle: product codes given")
-            << QStringList { "-productCode", "P1", "-productCode", "P2", "-quitCode", "Q1" } << Map {}
-            << Map { { "codes", "P1,P2 / Q1,P1,P2" } };
+            { "help", false }, { "checkmark", false } });
+        row("bundle: quit code given", { "-quitCode", "ABCD" }, { { "codes", "WXYZ / ABCD,WXYZ" } });
+        row("bundle: product codes given", { "-productCode", "P1", "-productCode", "P2", "-quitCode",
+            "Q1" }, { { "codes", "P1,P2 / Q1,P1,P2" } });
         // How the arguments are read: "-key value" pairs, codes collected
         // under keys that end in "Code". Oddities kept on purpose: "--x"
         // is the key "-x", and a key stays set after its value. Observations
         // named "-key" are the argument of that key.
-        QTest::newRow("arguments: codes after one key") << QStringList { "-quitCode", "AB", "CD" }
-            << Map {} << Map { { "codes", "WXYZ / AB,CD,WXYZ" } };
-        QTest::newRow("arguments: last value wins; a key without value not recorded")
-            << QStringList { "-productName", "A", "-productName", "B", "-version" } << Map {}
-            << Map { { "-productName", "B" }, { "-version", QVariant() } };
-        QTest::newRow("arguments: two minus signs keep one") << QStringList { "--x", "1" } << Map {}
-            << Map { { "--x", "1" } };
-        QTest::newRow("arguments: key not reset after a value")
-            << QStringList { "-helpAnchor", "a", "b" } << Map {} << Map { { "-helpAnchor", "b" } };
+        row("arguments: codes after one key", { "-quitCode", "AB", "CD" }, { { "codes", "WXYZ / AB,CD,WXYZ" } });
+        row("arguments: last value wins; a key without value not recorded",
+            { "-productName", "A", "-productName", "B", "-version" },
+            { { "-productName", "B" }, { "-version", QVariant() } });
+        row("arguments: two minus signs keep one", { "--x", "1" }, { { "--x", "1" } });
+        row("arguments: key not reset after a value", { "-helpAnchor", "a", "b" }, { { "-helpAnchor", "b" } });
 
-        QTest::newRow("destination: existing folder kept")
-            << QStringList { "-destinationPath", "@Other/Foo Pro.app" } << Map {}
-            << Map { { "destination", "Other/Foo Pro.app" } };
-        QTest::newRow("destination: missing folder falls back")
-            << QStringList { "-destinationPath", "@Missing/Sub/Foo.app" } << Map {}
-            << Map { { "destination", "Applications/Foo.app" } };
-        QTest::newRow("destination: parent is a file falls back")
-            << QStringList { "-destinationPath", "@afile/Foo.app" } << Map {}
-            << Map { { "destination", "Applications/Foo.app" } };
-        QTest::newRow("destination: wrapper moves it")
-            << QStringList { "-wrapperPath", "@Volumes/Foo/Foo Folder" } << Map {}
-            << Map { { "destination", "Applications/Foo Folder/Foo.app" }, { "wrapper", true } };
-        QTest::newRow("destination: already inside the wrapper") << QStringList {
-            "-destinationPath", "@Applications/Foo Folder/Foo.app", "-wrapperPath",
-            "@Volumes/Foo/Foo Folder" } << Map {}
-            << Map { { "destination", "Applications/Foo Folder/Foo.app" }, { "wrapper", true } };
-        QTest::newRow("destination: wrapper outside the source folder dropped")
-            << QStringList { "-wrapperPath", "@Elsewhere/Foo Folder" } << Map {}
-            << Map { { "destination", "Applications/Foo.app" }, { "wrapper", false } };
-        QTest::newRow("destination: in the home folder, shown with ~")
-            << QStringList { "-destinationPath", "~/Apps/Foo.app" } << Map { { "~/Apps/x", "" } }
-            << Map { { "shown", "~/Apps/Foo.app" } };
-        QTest::newRow("destination: beside the home folder") << QStringList { "-destinationPath",
-            "~2/Apps/Foo.app" } << Map { { "~2/Apps/x", "" } }
-            << Map { { "shown", QDir::homePath() + "2/Apps/Foo.app" } };
-        QTest::newRow("destination: missing wrapper dropped")
-            << QStringList { "-wrapperPath", "@Volumes/Foo/Nothing" } << Map {}
-            << Map { { "destination", "Applications/Foo.app" }, { "wrapper", false } };
+        const auto destination = [&](const char *tag, const QStringList &args, const QString &expected,
+                                     bool wrapper = false) {
+            row(tag, args, { { "destination", expected }, { "wrapper", wrapper } });
+        };
+        destination("destination: existing folder kept", { "-destinationPath", "@Other/Foo Pro.app" },
+            "Other/Foo Pro.app");
+        destination("destination: missing folder falls back", { "-destinationPath", "@Missing/Sub/Foo.app" },
+            "Applications/Foo.app");
+        destination("destination: parent is a file falls back", { "-destinationPath", "@afile/Foo.app" },
+            "Applications/Foo.app");
+        destination("destination: wrapper moves it", { "-wrapperPath", "@Volumes/Foo/Foo Folder" },
+            "Applications/Foo Folder/Foo.app", true);
+        destination("destination: already inside the wrapper", { "-destinationPath",
+            "@Applications/Foo Folder/Foo.app", "-wrapperPath", "@Volumes/Foo/Foo Folder" },
+            "Applications/Foo Folder/Foo.app", true);
+        destination("destination: wrapper outside the source folder dropped",
+            { "-wrapperPath", "@Elsewhere/Foo Folder" }, "Applications/Foo.app");
+        destination("destination: missing wrapper dropped", { "-wrapperPath", "@Volumes/Foo/Nothing" },
+            "Applications/Foo.app");
+        row("destination: in the home folder, shown with ~", { "-destinationPath", "~/Apps/Foo.app" },
+            { { "shown", "~/Apps/Foo.app" } }, { { "~/Apps/x", "" } });
+        row("destination: beside the home folder", { "-destinationPath", "~2/Apps/Foo.app" },
+            { { "shown", QDir::homePath() + "2/Apps/Foo.app" } }, { { "~2/Apps/x", "" } });
 
         // Errors stop set-up with the message in place of the introduction
         // and an "OK" that quits; no check mark, and no "%@" title.
-        const auto error = [](const QString &message, const QString &title) {
-            return Map { { "intro", message }, { "logged", message }, { "finished", true },
-                { "buttons", "OK/-" }, { "checkmark", false }, { "title", title } };
+        const auto error = [&](const char *tag, const QStringList &args, const QString &message,
+                               const QString &title, const Map &files = {}) {
+            row(tag, args, { { "intro", message }, { "logged", message }, { "finished", true },
+                { "buttons", "OK/-" }, { "checkmark", false }, { "title", title } }, files);
         };
-        QTest::newRow("error: installer outside any bundle") << QStringList { "-productName", "Foo" }
-            << Map {} << error("missing source path", "");
-        QTest::newRow("error: source is the root folder") << QStringList { "-sourcePath", "/" }
-            << Map {} << error("missing program name", "");
-        QTest::newRow("error: no signature") << QStringList {} << Map { { product + "Info.plist",
-            "<?xml version=\"1.0\"?><plist><dict><key>CFBundleExecutable</key><string>Foo"
-            "</string></dict></plist>" } } << error("missing product signature", "Foo Installer");
-        QTest::newRow("error: source is a plain file") << QStringList { "-sourcePath", "@plain.app" }
-            << Map { { "@plain.app", "data" } } << error("missing product signature", "plain Installer");
-        QTest::newRow("error: binary Info.plist") << QStringList {}
-            << Map { { product + "Info.plist", QByteArray("bplist00\x01\x02\x03\xff", 12) } }
-            << error("missing product signature", "Foo Installer");
-        QTest::newRow("error: malformed Info.plist") << QStringList {}
-            << Map { { product + "Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>" } }
-            << error("missing product signature", "Foo Installer");
+        error("error: installer outside any bundle", { "-productName", "Foo" }, "missing source path", "");
+        error("error: source is the root folder", { "-sourcePath", "/" }, "missing program name", "");
+        error("error: no signature", {}, "missing product signature", "Foo Installer", { { product
+            + "Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>CFBundleExecutable</key>"
+            "<string>Foo</string></dict></plist>" } });
+        error("error: source is a plain file", { "-sourcePath", "@plain.app" },
+            "missing product signature", "plain Installer", { { "@plain.app", "data" } });
+        error("error: binary Info.plist", {}, "missing product signature", "Foo Installer",
+            { { product + "Info.plist", QByteArray("bplist00\x01\x02\x03\xff", 12) } });
+        error("error: malformed Info.plist", {}, "missing product signature", "Foo Installer",
+            { { product + "Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>" } });
 
-        QTest::newRow("help: URL") << QStringList { "-documentationURL", "https://example.org/help" }
-            << Map {} << Map { { "help", true } };
-        QTest::newRow("help: existing file") << QStringList { "-documentationPath", "@doc.pdf" }
-            << Map { { "@doc.pdf", "%PDF" } } << Map { { "help", true } };
-        QTest::newRow("help: missing file hides it even with a URL") << QStringList {
-            "-documentationPath", "@gone.pdf", "-documentationURL", "https://example.org" }
-            << Map {} << Map { { "help", false } };
+        row("help: URL", { "-documentationURL", "https://example.org/help" }, { { "help", true } });
+        row("help: existing file", { "-documentationPath", "@doc.pdf" }, { { "help", true } },
+            { { "@doc.pdf", "%PDF" } });
+        row("help: missing file hides it even with a URL", { "-documentationPath", "@gone.pdf",
+            "-documentationURL", "https://example.org" }, { { "help", false } });
 
         // A read-me that exists comes first, whatever it holds.
         const auto readMe = [](const QString &name, const QByteArray &content, const QString &shown) {
@@ -246,8 +226,8 @@ private Q_SLOTS:
         readMe("binary.rtf", QByteArray("\x7f" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0", 16), "");
         readMe("huge.txt", QByteArray(50 * 1024 * 1024, 'x'), "");
         readMe("latin-1.txt", "Gr\xfc\xdf" "e", QString::fromUtf8("Grüße"));
-        QTest::newRow("read-me: missing") << QStringList { "-readMePath", "@gone.rtf" } << Map {}
-            << Map { { "readMe", "" }, { "page", 1 }, { "buttons", "Install/Go Back" } };
+        row("read-me: missing", { "-readMePath", "@gone.rtf" },
+            { { "readMe", "" }, { "page", 1 }, { "buttons", "Install/Go Back" } });
 
         // CFBundleIconFile says "Foo"; a bad icon never stops set-up.
         const auto icon = [](const char *tag, const QString &resource, const QByteArray &content,
@@ -268,10 +248,9 @@ private Q_SLOTS:
         // the product's login item is the destination.
         const auto loginItem = [&](const char *tag, const QString &user, const QString &system,
                                    const QString &expected, const QString &item = "") {
-            QTest::newRow(tag) << QStringList {}
-                << Map { { "~/.config/autostart/foo.desktop", user }, { "@xdg/autostart/foo.desktop", system } }
-                << Map { { "destination", expected }, { "login item",
-                    item.isEmpty() && !expected.startsWith("Applications") ? expected : item } };
+            row(tag, {}, { { "destination", expected }, { "login item",
+                    item.isEmpty() && !expected.startsWith("Applications") ? expected : item } },
+                { { "~/.config/autostart/foo.desktop", user }, { "@xdg/autostart/foo.desktop", system } });
         };
         loginItem("login item: quoted program path with a blank",
             exec + "\"@Foo Folder/Foo.app/Contents/Linux/Foo\" --hidden\n", "", "Foo Folder/Foo.app");
@@ -443,6 +422,7 @@ private Q_SLOTS:
         QVERIFY(!c.canWriteToPath("/proc/1/Name.app"));
     }
 
+    void initTestCase() { qputenv("QT_LOGGING_RULES", "default.warning=false"); }
     void init() { QDir(QDir::homePath() + "/Library").removeRecursively(); }
 
     void productLaunchLogsToFile()
