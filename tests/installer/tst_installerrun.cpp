@@ -11,8 +11,6 @@
 #include "common/audiorecording.h"
 #include "common/logcapture.h"
 #include "common/systemtestuser.h"
-#include "common/testchild.h"
-#include "common/testfiles.h"
 #include "installer/productcopy.h"
 #include "installer/workspace.h"
 #include "installerfixture.h"
@@ -27,7 +25,6 @@
 #include <QDirIterator>
 #include <QLabel>
 #include <QMessageBox>
-#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScopeGuard>
@@ -36,11 +33,8 @@
 #include <QSignalSpy>
 #include <QTabBar>
 #include <QTabWidget>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTextEdit>
 #include <QThread>
-#include <QWindow>
 #include <csignal>
 #include <future>
 #include <sys/mount.h>
@@ -355,22 +349,6 @@ private Q_SLOTS:
         // The first attempt and three retries.
         QCOMPARE(log.filter("Quitting '" + runSignature() + "': Foo").size(), 4);
         QVERIFY(!QFile::exists(fixture.applications + "/Foo.app")); // nothing copied
-    }
-
-    void unknownSignatureQuitsApplicationsOnly()
-    {
-        // "????" is the signature of every program without a bundle: of
-        // those, only applications (a window here) are asked to quit, never
-        // a plain process.
-        ProductFixture fixture;
-        TestChild plain(kHelpers + "/behaviour");
-        TestChild windowed(kHelpers + "/windowapp", { "windowed" });
-        QVERIFY(plain.waitReady() && windowed.waitReady());
-        Run run(fixture, { "-quitCode", "????" });
-        run.controller.quitProcesses();
-        QVERIFY(windowed.process.waitForFinished(10000));
-        QCOMPARE(plain.process.state(), QProcess::Running);
-        QVERIFY(run.log.messages().contains("Quitting '\?\?\?\?': windowapp"));
     }
 
     void privilegedPathThroughStandInElevation_data()

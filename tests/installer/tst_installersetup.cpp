@@ -15,14 +15,12 @@
 #include <QAbstractButton>
 #include <QBuffer>
 #include <QDataStream>
-#include <QFile>
 #include <QLabel>
 #include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTabWidget>
-#include <QTest>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
