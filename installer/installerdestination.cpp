@@ -93,10 +93,11 @@ QStringList loginItemPaths()
 
     QMap<QString, QString> entries; // file name -> path, sorted by file name
     for (const QString &folder : std::as_const(folders)) {
-        const QFileInfoList files
-            = QDir(folder).entryInfoList({ QStringLiteral("*.desktop") }, QDir::Files);
+        // A suffix test, not a name filter: the filter compiles a regular
+        // expression, at start-up.
+        const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files);
         for (const QFileInfo &f : files)
-            if (!entries.contains(f.fileName()))
+            if (f.fileName().endsWith(QLatin1String(".desktop")) && !entries.contains(f.fileName()))
                 entries.insert(f.fileName(), f.absoluteFilePath());
     }
     QStringList paths;

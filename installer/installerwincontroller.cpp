@@ -16,12 +16,13 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QBuffer>
+#include <QCryptographicHash>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLibrary>
 #include <QLoggingCategory>
 #include <QMessageBox>
 #include <QMutex>
@@ -34,17 +35,10 @@
 #include <QTextCursor>
 #include <QTextEdit>
 #include <QTimer>
-#include <QUiLoader>
 #include <QUrl>
 #include <cstdio>
 
 Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer", QtWarningMsg)
-
-// The interface file compiled into the program, for a bundle that lost its own.
-static void initInterfaceResource()
-{
-    Q_INIT_RESOURCE(installer);
-}
 
 namespace {
 QMutex g_labelMutex;
@@ -140,36 +134,38 @@ bool InstallerWinController::loadInterface()
     if (path.isEmpty())
         path = VXBundle::mainBundle().pathForResource(
             QStringLiteral("InstallerWindow"), QStringLiteral("ui"));
-    if (path.isEmpty() || !QFileInfo(path).isFile()) {
-        initInterfaceResource();
-        path = QStringLiteral(":/InstallerWindow.ui");
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        m_interfaceError = file.errorString();
-        return false;
-    }
     // The bundle's interface file decides what the window holds. While it is
-    // the file the program was built with, the compiled form builds the same
-    // window without parsing XML or loading Designer's widget plugins (which
-    // bring in QtQuick); any other file is loaded as it stands.
-    const QByteArray contents = file.readAll();
+    // the file the program was built with (or the bundle lost its own), the
+    // compiled form builds the same window without parsing XML or loading
+    // Designer's widget plugins; any other file is loaded as it stands.
+    QByteArray contents;
+    if (!path.isEmpty() && QFileInfo(path).isFile()) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            m_interfaceError = file.errorString();
+            return false;
+        }
+        contents = file.readAll();
+    }
     QWidget *window = nullptr;
-    initInterfaceResource();
-    QFile built(QStringLiteral(":/InstallerWindow.ui"));
-    if (built.open(QIODevice::ReadOnly) && built.readAll() == contents) {
+    if (contents.isNull()
+        || QCryptographicHash::hash(contents, QCryptographicHash::Sha256).toHex()
+            == QByteArrayLiteral(QUILLET_INTERFACE_SHA256)) {
         window = new QWidget;
         Ui::InstallerWindow().setupUi(window);
     } else {
-        QBuffer buffer;
-        buffer.setData(contents);
-        buffer.open(QIODevice::ReadOnly);
-        QUiLoader loader;
-        window = loader.load(&buffer);
-        if (!window) {
-            m_interfaceError = loader.errorString();
+        // The form loader's module (interfaceloader.cpp), beside the sound's.
+        static QLibrary module(VXBundle::mainBundle().bundlePath()
+            + QLatin1String("/Contents/PlugIns/libquilletinterface.so"));
+        using Load = QWidget *(*)(const QByteArray &contents, QString *error);
+        const auto load = reinterpret_cast<Load>(module.resolve("quilletLoadInterface"));
+        if (!load) {
+            m_interfaceError = module.errorString();
             return false;
         }
+        window = load(contents, &m_interfaceError);
+        if (!window)
+            return false;
     }
     m_window = window;
     m_window->setAttribute(Qt::WA_DeleteOnClose, false);

@@ -635,19 +635,21 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
         vxLog(QStringLiteral("cannot quit %@: no pid"), processName);
         return false;
     }
-    if (VXProcessPlatform::serialNumberForPid(pid) != m_psn) {
+    // The watch's pidfd is opened for this record's process (pid and start
+    // time), so every signal below reaches that process or nobody.
+    VXProcessPlatform::EndWatch ends(m_psn);
+    if (ends.ended()) {
         vxLog(QStringLiteral("cannot quit %@: no process found"), processName);
         return false;
     }
     const double deadline = double(timeout);
-    VXProcessPlatform::EndWatch ends(m_psn);
     QElapsedTimer clock;
     clock.start();
     int attempts = 0;
     // The request is sent again in every pass, about once a millisecond,
     // until the deadline: intended.
     while (clock.nsecsElapsed() / 1e9 < deadline) {
-        if (VXProcessPlatform::sendSignal(m_psn, SIGTERM) == SignalResult::Gone) {
+        if (ends.signal(SIGTERM) == SignalResult::Gone) {
             vxLog(QStringLiteral("quit %@: process stopped after %1.3fs (%d attempts)"),
                 processName, clock.nsecsElapsed() / 1e9, attempts + 1);
             return true;
@@ -664,7 +666,7 @@ bool VXProcess::quitRunningApplicationWithTimeout(float timeout)
     clock.restart();
     attempts = 0;
     while (clock.nsecsElapsed() / 1e9 < deadline) {
-        if (VXProcessPlatform::sendSignal(m_psn, SIGKILL) == SignalResult::Gone) {
+        if (ends.signal(SIGKILL) == SignalResult::Gone) {
             // "foce" is how this line has always read: intended.
             vxLog(QStringLiteral("foce-quit %@: process stopped after %1.3fs (%d attempts)"),
                 processName, clock.nsecsElapsed() / 1e9, attempts + 1);

@@ -9,6 +9,7 @@
 // other name is taken as an AT-SPI event type itself ("object:text-changed").
 // Without an accessibility bus, or for an application that does not publish
 // its interface, the calls fail and are logged.
+#include "utilities/vxlazylibrary_p.h"
 #include "utilities/vxlog.h"
 #include "vxappleevents_p.h"
 #include "vxnotificationcenter.h"
@@ -16,60 +17,25 @@
 
 #include <QHash>
 #include <atspi/atspi.h>
-#include <dlfcn.h>
-#include <type_traits>
 
 namespace {
 // libatspi (and GObject with it) is loaded when an observer is first made,
 // not when the program starts.
-struct AtspiApi
-{
-    decltype(&::atspi_accessible_get_child_at_index) p_atspi_accessible_get_child_at_index
-        = nullptr;
-    decltype(&::atspi_accessible_get_child_count) p_atspi_accessible_get_child_count = nullptr;
-    decltype(&::atspi_accessible_get_name) p_atspi_accessible_get_name = nullptr;
-    decltype(&::atspi_accessible_get_process_id) p_atspi_accessible_get_process_id = nullptr;
-    decltype(&::atspi_accessible_get_role_name) p_atspi_accessible_get_role_name = nullptr;
-    decltype(&::atspi_event_listener_deregister) p_atspi_event_listener_deregister = nullptr;
-    decltype(&::atspi_event_listener_new) p_atspi_event_listener_new = nullptr;
-    decltype(&::atspi_event_listener_register) p_atspi_event_listener_register = nullptr;
-    decltype(&::atspi_get_desktop) p_atspi_get_desktop = nullptr;
-    decltype(&::atspi_init) p_atspi_init = nullptr;
-    decltype(&::g_error_free) p_g_error_free = nullptr;
-    decltype(&::g_free) p_g_free = nullptr;
-    decltype(&::g_object_unref) p_g_object_unref = nullptr;
-};
-
-const AtspiApi *atspi()
-{
-    static const AtspiApi *loaded = []() -> const AtspiApi * {
-        void *handle = ::dlopen("libatspi.so.0", RTLD_NOW | RTLD_LOCAL);
-        if (!handle)
-            return nullptr;
-        auto *api = new AtspiApi; // kept for the life of the program
-        bool complete = true;
-        auto load = [&](auto &function, const char *name) {
-            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
-                ::dlsym(handle, name));
-            complete = complete && function;
-        };
-        load(api->p_atspi_accessible_get_child_at_index, "atspi_accessible_get_child_at_index");
-        load(api->p_atspi_accessible_get_child_count, "atspi_accessible_get_child_count");
-        load(api->p_atspi_accessible_get_name, "atspi_accessible_get_name");
-        load(api->p_atspi_accessible_get_process_id, "atspi_accessible_get_process_id");
-        load(api->p_atspi_accessible_get_role_name, "atspi_accessible_get_role_name");
-        load(api->p_atspi_event_listener_deregister, "atspi_event_listener_deregister");
-        load(api->p_atspi_event_listener_new, "atspi_event_listener_new");
-        load(api->p_atspi_event_listener_register, "atspi_event_listener_register");
-        load(api->p_atspi_get_desktop, "atspi_get_desktop");
-        load(api->p_atspi_init, "atspi_init");
-        load(api->p_g_error_free, "g_error_free");
-        load(api->p_g_free, "g_free");
-        load(api->p_g_object_unref, "g_object_unref");
-        return complete ? api : nullptr;
-    }();
-    return loaded;
-}
+#define ATSPI_FUNCTIONS(F)                                                                         \
+    F(atspi_accessible_get_child_at_index)                                                         \
+    F(atspi_accessible_get_child_count)                                                            \
+    F(atspi_accessible_get_name)                                                                   \
+    F(atspi_accessible_get_process_id)                                                             \
+    F(atspi_accessible_get_role_name)                                                              \
+    F(atspi_event_listener_deregister)                                                             \
+    F(atspi_event_listener_new)                                                                    \
+    F(atspi_event_listener_register)                                                               \
+    F(atspi_get_desktop)                                                                           \
+    F(atspi_init)                                                                                  \
+    F(g_error_free)                                                                                \
+    F(g_free)                                                                                      \
+    F(g_object_unref)
+VX_LAZY_LIBRARY(AtspiApi, atspi, "libatspi.so.0", ATSPI_FUNCTIONS)
 } // namespace
 
 #define atspi_accessible_get_child_at_index (atspi()->p_atspi_accessible_get_child_at_index)

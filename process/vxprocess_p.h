@@ -54,8 +54,12 @@ public:
     ~EndWatch();
     EndWatch(const EndWatch &) = delete;
     EndWatch &operator=(const EndWatch &) = delete;
+    // True when the process had already ended (or was never this one).
+    bool ended() const { return m_ended; }
     // Up to timeoutMs; true once the process has ended.
     bool wait(int timeoutMs);
+    // Through the held pidfd, which can only reach the watched process.
+    SignalResult signal(int signal);
 
 private:
     VXProcessSerialNumber m_psn;

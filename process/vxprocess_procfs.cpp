@@ -411,8 +411,8 @@ VXProcessPlatform::EndWatch::EndWatch(const VXProcessSerialNumber &psn)
         ::close(m_fd);
         m_fd = -1;
         m_ended = true;
-    } else if (m_fd < 0 && errno == ESRCH) {
-        m_ended = true;
+    } else if (m_fd < 0) {
+        m_ended = errno == ESRCH || !liveStat(psn);
     }
 }
 
@@ -420,6 +420,19 @@ VXProcessPlatform::EndWatch::~EndWatch()
 {
     if (m_fd >= 0)
         ::close(m_fd);
+}
+
+VXProcessPlatform::SignalResult VXProcessPlatform::EndWatch::signal(int signal)
+{
+    if (g_signalSender)
+        return g_signalSender(m_psn, signal);
+    if (m_ended)
+        return SignalResult::Gone;
+    if (m_fd < 0)
+        return realSendSignal(m_psn, signal);
+    if (::syscall(SYS_pidfd_send_signal, m_fd, signal, nullptr, 0) == 0)
+        return SignalResult::Delivered;
+    return errno == ESRCH ? SignalResult::Gone : SignalResult::Refused;
 }
 
 bool VXProcessPlatform::EndWatch::wait(int timeoutMs)

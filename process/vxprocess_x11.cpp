@@ -11,6 +11,7 @@
 // (ICCCM WM_CLIENT_LEADER); windows of neither cannot be told apart.
 // The applications with windows are the owners of _NET_CLIENT_LIST.
 // Without an X server every call fails quietly.
+#include "utilities/vxlazylibrary_p.h"
 #include "vxprocess_p.h"
 
 #include <QCoreApplication>
@@ -20,62 +21,28 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <dlfcn.h>
 #include <memory>
 #include <optional>
-#include <type_traits>
 #include <vector>
 
 namespace {
 // libX11 is loaded when a window function is first used, not when the
 // program starts: a program that only lists processes never pays for it.
-struct XlibApi
-{
-    decltype(&::XCloseDisplay) p_XCloseDisplay = nullptr;
-    decltype(&::XFlush) p_XFlush = nullptr;
-    decltype(&::XFree) p_XFree = nullptr;
-    decltype(&::XGetWindowProperty) p_XGetWindowProperty = nullptr;
-    decltype(&::XIconifyWindow) p_XIconifyWindow = nullptr;
-    decltype(&::XInternAtom) p_XInternAtom = nullptr;
-    decltype(&::XNextEvent) p_XNextEvent = nullptr;
-    decltype(&::XOpenDisplay) p_XOpenDisplay = nullptr;
-    decltype(&::XPending) p_XPending = nullptr;
-    decltype(&::XSelectInput) p_XSelectInput = nullptr;
-    decltype(&::XSendEvent) p_XSendEvent = nullptr;
-    decltype(&::XSetErrorHandler) p_XSetErrorHandler = nullptr;
-    decltype(&::XSync) p_XSync = nullptr;
-};
-
-const XlibApi *xlib()
-{
-    static const XlibApi *loaded = []() -> const XlibApi * {
-        void *handle = ::dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
-        if (!handle)
-            return nullptr;
-        auto *api = new XlibApi; // kept for the life of the program
-        bool complete = true;
-        auto load = [&](auto &function, const char *name) {
-            function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(
-                ::dlsym(handle, name));
-            complete = complete && function;
-        };
-        load(api->p_XCloseDisplay, "XCloseDisplay");
-        load(api->p_XFlush, "XFlush");
-        load(api->p_XFree, "XFree");
-        load(api->p_XGetWindowProperty, "XGetWindowProperty");
-        load(api->p_XIconifyWindow, "XIconifyWindow");
-        load(api->p_XInternAtom, "XInternAtom");
-        load(api->p_XNextEvent, "XNextEvent");
-        load(api->p_XOpenDisplay, "XOpenDisplay");
-        load(api->p_XPending, "XPending");
-        load(api->p_XSelectInput, "XSelectInput");
-        load(api->p_XSendEvent, "XSendEvent");
-        load(api->p_XSetErrorHandler, "XSetErrorHandler");
-        load(api->p_XSync, "XSync");
-        return complete ? api : nullptr;
-    }();
-    return loaded;
-}
+#define XLIB_FUNCTIONS(F)                                                                          \
+    F(XCloseDisplay)                                                                               \
+    F(XFlush)                                                                                      \
+    F(XFree)                                                                                       \
+    F(XGetWindowProperty)                                                                          \
+    F(XIconifyWindow)                                                                              \
+    F(XInternAtom)                                                                                 \
+    F(XNextEvent)                                                                                  \
+    F(XOpenDisplay)                                                                                \
+    F(XPending)                                                                                    \
+    F(XSelectInput)                                                                                \
+    F(XSendEvent)                                                                                  \
+    F(XSetErrorHandler)                                                                            \
+    F(XSync)
+VX_LAZY_LIBRARY(XlibApi, xlib, "libX11.so.6", XLIB_FUNCTIONS)
 } // namespace
 
 // Every Xlib call below goes through the loaded library.

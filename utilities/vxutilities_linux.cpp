@@ -14,7 +14,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QRegularExpression>
+#include <QVersionNumber>
 #include <sys/utsname.h>
 
 namespace {
@@ -116,18 +116,13 @@ QString VXUtilitiesPlatform::secureInputReport()
 
 std::optional<quint32> VXUtilitiesPlatform::systemVersionSelector(quint32 selector)
 {
-    static const QRegularExpression pattern(QStringLiteral("^(\\d+)(?:\\.(\\d+))?(?:\\.(\\d+))?"));
-    const QRegularExpressionMatch m = pattern.match(kernelRelease());
-    if (!m.hasMatch())
-        return std::nullopt;
+    // The release's leading "major[.minor[.patch]]"; what follows (as in
+    // "6.1.0-13-amd64") is not part of the version.
+    const QVector<int> parts = QVersionNumber::fromString(kernelRelease()).segments();
     auto component = [&](int n) -> std::optional<quint32> {
-        if (m.captured(n).isEmpty())
+        if (n > parts.size() || parts.at(n - 1) < 0 || parts.at(n - 1) > 0xFFFF)
             return std::nullopt;
-        bool ok = false;
-        const uint v = m.captured(n).toUInt(&ok);
-        if (!ok || v > 0xFFFF)
-            return std::nullopt;
-        return v;
+        return quint32(parts.at(n - 1));
     };
     switch (selector) {
     case VXFourCharCode::make("sys1"):

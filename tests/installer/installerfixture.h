@@ -33,9 +33,10 @@ public:
         writeInfo();
         // The installer's own resources, from the built bundle.
         const QString built = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/");
-        QStringList files { "Info.plist", "PlugIns/libquilletsound.so" };
-        for (const QString &file : QDir(built + "Resources").entryList(QDir::Files))
-            files << "Resources/" + file;
+        QStringList files { "Info.plist" };
+        for (const QString folder : { "Resources", "PlugIns" })
+            for (const QString &file : QDir(built + folder).entryList(QDir::Files))
+                files << folder + "/" + file;
         for (const QString &file : files) {
             QDir().mkpath(QFileInfo(installer + "/Contents/" + file).path());
             QFile::copy(built + file, installer + "/Contents/" + file);
