@@ -23,30 +23,19 @@ public:
         : home(home)
         , name(QStringLiteral("quillet-t%1").arg(::getpid()))
     {
-        if (::geteuid() != 0) {
-            error = QStringLiteral("not root");
-            return;
-        }
-        if (QStandardPaths::findExecutable(QStringLiteral("useradd"), { "/usr/sbin", "/sbin" })
-                .isEmpty()) {
-            error = QStringLiteral("no useradd");
+        if (::geteuid() != 0
+            || QStandardPaths::findExecutable("useradd", { "/usr/sbin", "/sbin" }).isEmpty()) {
+            error = QStringLiteral("not root, or no useradd");
             return;
         }
         removeUsersOfEndedTests();
-        QProcess add;
-        add.start(QStringLiteral("useradd"),
-            { "--no-create-home", "--home-dir", home, "--shell", "/bin/sh", "--user-group",
-                "--comment", "Quillet test", name });
-        add.waitForFinished();
-        if (add.exitStatus() != QProcess::NormalExit || add.exitCode() != 0) {
-            error = QStringLiteral("useradd failed: ")
-                + QString::fromLocal8Bit(add.readAllStandardError());
-            return;
-        }
-        m_made = true;
-        const struct passwd *pw = ::getpwnam(name.toLocal8Bit().constData());
+        m_made = QProcess::execute("useradd",
+                     { "--no-create-home", "--home-dir", home, "--shell", "/bin/sh", "--user-group",
+                         "--comment", "Quillet test", name })
+            == 0;
+        const struct passwd *pw = m_made ? ::getpwnam(name.toLocal8Bit().constData()) : nullptr;
         if (!pw) {
-            error = QStringLiteral("the new user is unknown");
+            error = QStringLiteral("useradd failed");
             return;
         }
         uid = pw->pw_uid;
@@ -59,45 +48,35 @@ public:
     {
         if (!m_made)
             return;
-        endProcesses();
-        QProcess::execute(QStringLiteral("userdel"), { name });
+        // Every process that runs as the user (the tests start them) ends first.
+        for (const QString &pid : QDir("/proc").entryList(QDir::Dirs)) {
+            QFile status("/proc/" + pid + "/status");
+            if (pid.toInt() > 0 && status.open(QIODevice::ReadOnly))
+                for (const QByteArray &line : status.readAll().split('\n'))
+                    if (line.startsWith("Uid:")
+                        && line.simplified().split(' ').value(1) == QByteArray::number(uid))
+                        ::kill(pid.toInt(), SIGKILL);
+        }
+        QProcess::execute("userdel", { name });
     }
     SystemTestUser(const SystemTestUser &) = delete;
     SystemTestUser &operator=(const SystemTestUser &) = delete;
 
     bool isValid() const { return error.isEmpty(); }
 
-    // Kills every process that runs as the user (the tests start them).
-    void endProcesses() const
-    {
-        for (const QString &pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-            bool number = false;
-            const int value = pid.toInt(&number);
-            QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-            if (!number || !status.open(QIODevice::ReadOnly))
-                continue;
-            for (const QByteArray &line : status.readAll().split('\n'))
-                if (line.startsWith("Uid:")
-                    && line.simplified().split(' ').value(1) == QByteArray::number(uid))
-                    ::kill(value, SIGKILL);
-        }
-    }
-
     // Users that tests killed before their end left behind: "quillet-t"
     // and the pid of a test that no longer runs.
     static void removeUsersOfEndedTests()
     {
-        QFile passwd(QStringLiteral("/etc/passwd"));
-        if (!passwd.open(QIODevice::ReadOnly))
-            return;
-        for (const QByteArray &line : passwd.readAll().split('\n')) {
-            const QByteArray user = line.left(line.indexOf(':'));
-            bool number = false;
-            const int pid = user.mid(9).toInt(&number);
-            if (user.startsWith("quillet-t") && number && pid > 0 && ::kill(pid, 0) != 0
-                && errno == ESRCH)
-                QProcess::execute(QStringLiteral("userdel"), { QString::fromLatin1(user) });
-        }
+        QFile passwd("/etc/passwd");
+        if (passwd.open(QIODevice::ReadOnly))
+            for (const QByteArray &line : passwd.readAll().split('\n')) {
+                const QByteArray user = line.left(line.indexOf(':'));
+                const int pid = user.mid(9).toInt();
+                if (user.startsWith("quillet-t") && pid > 0 && ::kill(pid, 0) != 0
+                    && errno == ESRCH)
+                    QProcess::execute("userdel", { QString::fromLatin1(user) });
+            }
     }
 
     QString home, name, error;
@@ -117,21 +96,15 @@ public:
     static QString applications() { return QStringLiteral("/usr/local/share/applications"); }
     static QString icons() { return QStringLiteral("/usr/local/share/icons"); }
     // Where the helper writes the entry and icon of a bundle with this id.
-    static QString systemId(const QString &id) { return QStringLiteral("quillet-app.") + id; }
     static QString iconFile(const QString &id)
     {
-        return icons() + QStringLiteral("/hicolor/256x256/apps/") + systemId(id)
-            + QStringLiteral(".png");
+        return icons() + "/hicolor/256x256/apps/quillet-app." + id + ".png";
     }
     static QString entryFile(const QString &id)
     {
-        return applications() + QLatin1Char('/') + systemId(id) + QStringLiteral(".desktop");
+        return applications() + "/quillet-app." + id + ".desktop";
     }
 
-    SystemShareGuard()
-        : m_hadApplications(QFileInfo::exists(applications()))
-        , m_hadIcons(QFileInfo::exists(icons()))
-    { }
     ~SystemShareGuard()
     {
         for (const QString &id : std::as_const(m_ids))
@@ -139,7 +112,7 @@ public:
         if (!m_hadApplications)
             QDir(applications()).removeRecursively();
         else if (!m_ids.isEmpty())
-            QProcess::execute(QStringLiteral("update-desktop-database"), { "-q", applications() });
+            QProcess::execute("update-desktop-database", { "-q", applications() });
         if (!m_hadIcons)
             QDir(icons()).removeRecursively();
     }
@@ -153,6 +126,7 @@ public:
     }
 
 private:
-    bool m_hadApplications, m_hadIcons;
+    const bool m_hadApplications = QFileInfo::exists(applications());
+    const bool m_hadIcons = QFileInfo::exists(icons());
     QStringList m_ids;
 };

@@ -18,26 +18,19 @@
 #include <time.h>
 #include <unistd.h>
 
-static double now(void)
-{
-    struct timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return t.tv_sec + t.tv_nsec / 1e9;
-}
-
 int main(int argc, char **argv)
 {
     long swaps = 0;
     if (argc == 5 && strcmp(argv[1], "exchange") == 0) {
-        const double end = now() + atof(argv[4]);
-        while (now() < end)
+        const time_t end = time(NULL) + atoi(argv[4]);
+        while (time(NULL) < end)
             if (renameat2(AT_FDCWD, argv[2], AT_FDCWD, argv[3], RENAME_EXCHANGE) == 0)
                 ++swaps;
     } else if (argc == 6 && strcmp(argv[1], "plant") == 0) {
-        const double end = now() + atof(argv[5]);
+        const time_t end = time(NULL) + atoi(argv[5]);
         const size_t prefix = strlen(argv[3]);
         char from[4096], aside[4200];
-        while (now() < end) {
+        while (time(NULL) < end) {
             DIR *dir = opendir(argv[2]);
             if (!dir)
                 return 1;

@@ -8,9 +8,8 @@
 #include "utilities/vxpropertylist.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
+#include <memory>
 
 // A product on a distribution volume, with the installer inside it, as a
 // product ships:
@@ -21,34 +20,27 @@ class ProductFixture
 {
 public:
     explicit ProductFixture(const QString &name = QStringLiteral("Foo"))
-        : m_name(name)
+        : volume(path("Volumes/" + name))
+        , product(volume + "/" + name + ".app")
+        , installer(product + "/Contents/Resources/QuilletInstaller.app")
+        , applications(path("Applications"))
+        , userApplications(path("home-apps"))
     {
-        volume = m_dir.path() + QLatin1String("/Volumes/") + name;
-        product = volume + QLatin1Char('/') + name + QLatin1String(".app");
-        installer = product + QLatin1String("/Contents/Resources/QuilletInstaller.app");
-        applications = m_dir.path() + QLatin1String("/Applications");
-        userApplications = m_dir.path() + QLatin1String("/home-apps");
         QDir().mkpath(applications);
-        info = { { QStringLiteral("CFBundleExecutable"), name },
-            { QStringLiteral("CFBundleIdentifier"),
-                QStringLiteral("dev.example.") + name.toLower() },
-            { QStringLiteral("CFBundleSignature"), QStringLiteral("WXYZ") },
-            { QStringLiteral("CFBundleShortVersionString"), QStringLiteral("2.0") } };
+        info = { { "CFBundleExecutable", name },
+            { "CFBundleIdentifier", "dev.example." + name.toLower() },
+            { "CFBundleSignature", "WXYZ" }, { "CFBundleShortVersionString", "2.0" } };
         writeInfo();
         // The installer's own resources, from the built bundle.
-        const QString built = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app");
-        QDir().mkpath(installer + QLatin1String("/Contents/Resources"));
-        for (const QString &file :
-            QDir(built + QLatin1String("/Contents/Resources")).entryList(QDir::Files))
-            QFile::copy(built + QLatin1String("/Contents/Resources/") + file,
-                installer + QLatin1String("/Contents/Resources/") + file);
-        QFile::copy(built + QLatin1String("/Contents/Info.plist"),
-            installer + QLatin1String("/Contents/Info.plist"));
-        QDir().mkpath(installer + QLatin1String("/Contents/PlugIns"));
-        for (const QString &file :
-            QDir(built + QLatin1String("/Contents/PlugIns")).entryList(QDir::Files))
-            QFile::copy(built + QLatin1String("/Contents/PlugIns/") + file,
-                installer + QLatin1String("/Contents/PlugIns/") + file);
+        const QString built = QStringLiteral(QUILLET_BINARY_DIR "/QuilletInstaller.app/Contents/");
+        QStringList files { "Info.plist" };
+        for (const QString folder : { "Resources", "PlugIns" })
+            for (const QString &file : QDir(built + folder).entryList(QDir::Files))
+                files << folder + "/" + file;
+        for (const QString &file : files) {
+            QDir().mkpath(QFileInfo(installer + "/Contents/" + file).path());
+            QFile::copy(built + file, installer + "/Contents/" + file);
+        }
         VXBundle::setMainBundlePath(installer);
         InstallerWinController::setApplicationsFolders(applications, userApplications);
     }
@@ -58,39 +50,37 @@ public:
         InstallerWinController::setApplicationsFolders(QString(), QString());
     }
 
-    void writeInfo()
-    {
-        writeFile(product + QLatin1String("/Contents/Info.plist"), VXPropertyList::toXml(info));
-    }
+    void writeInfo() { writeFile(product + "/Contents/Info.plist", VXPropertyList::toXml(info)); }
 
     // Where this test program's fixtures live: its name and process id, so
     // that nothing of another run on the machine matches.
     static QString rootPrefix()
     {
-        return QDir::tempPath() + QLatin1Char('/') + QCoreApplication::applicationName()
-            + QLatin1Char('-') + QString::number(QCoreApplication::applicationPid())
-            + QLatin1Char('-');
+        return QDir::tempPath() + "/" + QCoreApplication::applicationName() + "-"
+            + QString::number(QCoreApplication::applicationPid()) + "-";
     }
 
-    QString path(const QString &relative) const
-    {
-        return m_dir.path() + QLatin1Char('/') + relative;
-    }
+    QString path(const QString &relative) const { return m_dir.path() + "/" + relative; }
 
     // An installer started by the product with these key/value arguments.
     InstallerWinController::Options options(const QStringList &keysAndValues) const
     {
-        InstallerWinController::Options o;
-        o.arguments = QStringList { installer + QLatin1String("/Contents/Linux/QuilletInstaller") }
-            + keysAndValues;
-        o.redirectOutput = false;
-        return o;
+        return { QStringList { installer + "/Contents/Linux/QuilletInstaller" } + keysAndValues,
+            false, QString() };
+    }
+    // The same, set up as the window opens.
+    std::unique_ptr<InstallerWinController> setUp(const QStringList &keysAndValues) const
+    {
+        auto c = std::make_unique<InstallerWinController>(options(keysAndValues));
+        c->awakeFromNib();
+        return c;
     }
 
-    QVariantMap info;
-    QString volume, product, installer, applications, userApplications;
-
 private:
-    QTemporaryDir m_dir { rootPrefix() + QLatin1String("XXXXXX") };
-    QString m_name;
+    // First: the paths below are made from it.
+    QTemporaryDir m_dir { rootPrefix() + "XXXXXX" };
+
+public:
+    QString volume, product, installer, applications, userApplications;
+    QVariantMap info;
 };
