@@ -29,7 +29,7 @@ QString timestamp()
     ::clock_gettime(CLOCK_REALTIME, &now);
     tm local = {};
     ::localtime_r(&now.tv_sec, &local);
-    char text[40];
+    char text[64]; // room for any int the fields could hold
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d ", local.tm_year + 1900,
         local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
         int(now.tv_nsec / 1000000));
