@@ -15,7 +15,6 @@
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QLabel>
-#include <QLibrary>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTabWidget>
@@ -156,15 +155,15 @@ void InstallerWinController::playDoneSound()
         return;
     // The sound module of the bundle (donesound.cpp), loaded on first use and
     // kept for the life of the process.
-    const QString bundle = VXBundle::mainBundle().bundlePath();
-    static QLibrary module(bundle + QLatin1String("/Contents/PlugIns/libquilletsound.so"));
     using Play = void (*)(const char *mainBundlePath);
-    const auto play = reinterpret_cast<Play>(module.resolve("quilletPlayDoneSound"));
+    QString error;
+    const auto play = reinterpret_cast<Play>(
+        plugInFunction("libquilletsound.so", "quilletPlayDoneSound", &error));
     if (!play) {
-        vxLog(QStringLiteral("cannot play the completion sound: %@"), module.errorString());
+        vxLog(QStringLiteral("cannot play the completion sound: %@"), error);
         return;
     }
-    play(QFile::encodeName(bundle).constData());
+    play(QFile::encodeName(VXBundle::mainBundle().bundlePath()).constData());
 }
 
 void InstallerWinController::openDocumentation()

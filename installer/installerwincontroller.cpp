@@ -128,6 +128,18 @@ void InstallerWinController::extractArguments()
     }
 }
 
+QFunctionPointer InstallerWinController::plugInFunction(
+    const char *file, const char *symbol, QString *error)
+{
+    // A QLibrary does not unload its library when it goes.
+    QLibrary module(VXBundle::mainBundle().bundlePath() + QLatin1String("/Contents/PlugIns/")
+        + QLatin1String(file));
+    const QFunctionPointer function = module.resolve(symbol);
+    if (!function)
+        *error = module.errorString();
+    return function;
+}
+
 bool InstallerWinController::loadInterface()
 {
     QString path = m_options.interfaceFile;
@@ -154,15 +166,12 @@ bool InstallerWinController::loadInterface()
         window = new QWidget;
         Ui::InstallerWindow().setupUi(window);
     } else {
-        // The form loader's module (interfaceloader.cpp), beside the sound's.
-        static QLibrary module(VXBundle::mainBundle().bundlePath()
-            + QLatin1String("/Contents/PlugIns/libquilletinterface.so"));
+        // The form loader's module (interfaceloader.cpp).
         using Load = QWidget *(*)(const QByteArray &contents, QString *error);
-        const auto load = reinterpret_cast<Load>(module.resolve("quilletLoadInterface"));
-        if (!load) {
-            m_interfaceError = module.errorString();
+        const auto load = reinterpret_cast<Load>(
+            plugInFunction("libquilletinterface.so", "quilletLoadInterface", &m_interfaceError));
+        if (!load)
             return false;
-        }
         window = load(contents, &m_interfaceError);
         if (!window)
             return false;

@@ -126,6 +126,9 @@ Q_SIGNALS:
     void terminating();
 
 private:
+    // A function of a module in the bundle's PlugIns folder, loaded on first
+    // use and kept; null, with the loader's reason in *error, when missing.
+    static QFunctionPointer plugInFunction(const char *file, const char *symbol, QString *error);
     bool loadInterface();
     void redirectOutputToLog();
     void showSystemVersionAlert(
