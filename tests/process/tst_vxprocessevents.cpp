@@ -15,6 +15,7 @@
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <csignal>
 
 namespace {
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
@@ -42,68 +43,73 @@ private Q_SLOTS:
     }
     void cleanup() { VXProcessPlatform::setSignalSender({}); }
 
-    void quitEventEndsLibraryProgram_data()
+    void quitFallsBackToTheQuitEvent()
     {
-        QTest::addColumn<bool>("bySignals");
-        QTest::addColumn<QStringList>("log");
-        QTest::newRow("sent directly") << false << QStringList();
-        // Neither signal reaches it: after both deadlines (2 x 4 s) the quit
-        // event is sent, and the program ends through it.
-        QTest::newRow("after both signal deadlines")
-            << true << QStringList { "quitting quitter failed" };
-    }
-
-    void quitEventEndsLibraryProgram()
-    {
-        QFETCH(bool, bySignals);
-        QFETCH(QStringList, log);
+        // Neither signal reaches the program: after both deadlines (2 x 4 s)
+        // the quit event is sent, and the program ends through it. A copy that
+        // looked itself up before it made its application object hears of its
+        // start all the same.
+        TestChild early(kHelpers + "/quitter", { "early" });
+        QVERIFY(early.waitReady());
         TestChild quitter(kHelpers + "/quitter");
         QVERIFY(quitter.waitReady());
-        const VXProcessPtr p = VXProcess::processWithPID(quitter.pid());
-        if (bySignals)
-            VXProcessPlatform::setSignalSender([](const VXProcessSerialNumber &, int) {
-                return VXProcessPlatform::SignalResult::Delivered;
-            });
+        QByteArray heard;
+        QTRY_VERIFY2_WITH_TIMEOUT((heard += early.process.readAll()).contains("change started"),
+            heard.constData(), 10000);
+        VXProcessPlatform::setSignalSender([](const VXProcessSerialNumber &, int) {
+            return VXProcessPlatform::SignalResult::Delivered;
+        });
         LogCapture capture;
-        if (bySignals)
-            p->quit();
-        else
-            p->sendAppleEventClass(kAevt, kQuit, 2.0f);
+        VXProcess::processWithPID(quitter.pid())->quit();
         QVERIFY(quitter.process.waitForFinished(30000));
         capture.restore();
         QCOMPARE(quitter.process.exitCode(), 0);
         QVERIFY(quitter.process.readAll().contains("quit event"));
-        QCOMPARE(capture.messages(), log);
+        QCOMPARE(capture.messages(), QStringList { "quitting quitter failed" });
     }
 
     void eventsReachTheirProcessOrLogWhy()
     {
-        // No handler (-600), a handler that does not know the event (-1708);
-        // the send with a parameter reports nothing. A record of an ended
-        // process whose pid the library program holds now reaches nothing:
-        // neither the quit fallback nor any send.
+        // An old record whose pid now belongs to the library program (the start
+        // time, in clock ticks, tells them apart) reaches nothing: no signal,
+        // neither the quit fallback nor any send. Then no handler (-600), a
+        // handler that does not know the event (-1708); the send with a
+        // parameter reports nothing; the quit event, sent directly, ends the
+        // library program without a word.
         TestChild plain(kHelpers + "/behaviour"), quitter(kHelpers + "/quitter");
         QVERIFY(plain.waitReady() && quitter.waitReady());
         const VXProcessPtr p = VXProcess::processWithPID(plain.pid());
-        const VXProcessSerialNumber live = VXProcessPlatform::serialNumberForPid(quitter.pid());
-        const VXProcessPtr old
-            = VXProcess::processWithSerialNumber({ live.highLongOfPSN, live.lowLongOfPSN - 1 });
-        LogCapture capture;
-        p->sendAppleEventClass(kAbcd, kEfgh, 1.0f);
-        VXProcess::processWithPID(quitter.pid())->sendAppleEventClass(kAbcd, kEfgh, 1.0f);
-        p->sendAppleEventClass(kAbcd, kEfgh);
-        p->sendAppleEventClass(kAbcd, kEfgh, QStringLiteral("x"));
-        capture.restore();
-        QCOMPARE(capture.messages(),
-            (QStringList {
-                "*** event error: -600", "*** event error: -1708", "*** event error: -600" }));
+        const VXProcessPtr q = VXProcess::processWithPID(quitter.pid());
+        const VXProcessSerialNumber live = q->serialNumber();
+        const VXProcessSerialNumber oldNumber { live.highLongOfPSN, live.lowLongOfPSN - 1 };
+        const VXProcessPtr old = VXProcess::processWithSerialNumber(oldNumber);
+        QVERIFY(!old->isStillRunning() && old->unixPID() == 0);
+        QCOMPARE(VXProcess::processWithPID(quitter.pid()), q);
+        QCOMPARE(VXProcessPlatform::sendSignal(oldNumber, SIGKILL),
+            VXProcessPlatform::SignalResult::Gone);
         LogCapture quiet;
         old->quit();
+        old->forceQuit();
+        old->wakeUp();
         old->sendAppleEventClass(kAevt, kQuit, 1.0f);
         old->sendAppleEventClass(kAevt, kQuit);
         old->sendAppleEventClass(kAevt, kQuit, QStringLiteral("x"));
         QVERIFY(!quitter.process.waitForFinished(500));
         QCOMPARE(quitter.process.state(), QProcess::Running);
+        quiet.restore();
+        LogCapture capture;
+        p->sendAppleEventClass(kAbcd, kEfgh, 1.0f);
+        q->sendAppleEventClass(kAbcd, kEfgh, 1.0f);
+        p->sendAppleEventClass(kAbcd, kEfgh);
+        p->sendAppleEventClass(kAbcd, kEfgh, QStringLiteral("x"));
+        q->sendAppleEventClass(kAevt, kQuit, 2.0f);
+        QVERIFY(quitter.process.waitForFinished(30000));
+        capture.restore();
+        QCOMPARE(capture.messages(),
+            (QStringList {
+                "*** event error: -600", "*** event error: -1708", "*** event error: -600" }));
+        QCOMPARE(quitter.process.exitCode(), 0);
+        QVERIFY(quitter.process.readAll().contains("quit event"));
     }
 
     void launchAndQuitCountTwo_data()
@@ -156,19 +162,6 @@ private Q_SLOTS:
             VXProcess::NotFound);
         for (const VXProcessPtr &p : VXProcess::cachedProcesses())
             QVERIFY(p->isStillRunning());
-    }
-
-    void lookupBeforeApplicationObjectStillNotifies()
-    {
-        // The helper looks itself up before it makes its application object,
-        // and prints the changes it hears afterwards.
-        TestChild early(kHelpers + "/quitter", { "early" });
-        QVERIFY(early.waitReady());
-        TestChild launched(kHelpers + "/quitter");
-        QVERIFY(launched.waitReady());
-        QByteArray heard;
-        QTRY_VERIFY2_WITH_TIMEOUT((heard += early.process.readAll()).contains("change started"),
-            heard.constData(), 10000);
     }
 
     void frontProcessFollowsActivation()
