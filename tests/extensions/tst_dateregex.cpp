@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 #include "common/logcapture.h"
+#include "common/testrow.h"
 #include "extensions/dateextensions.h"
 #include "extensions/stringextensions.h"
 
@@ -13,11 +14,6 @@
 
 using namespace DateExtensions;
 using StringExtensions::stringByReplacingOccurrencesOfRegexPattern;
-
-template <typename... T> static void row(const char *name, const T &...values)
-{
-    (QTest::newRow(name) << ... << values);
-}
 
 class tst_DateRegex : public QObject
 {

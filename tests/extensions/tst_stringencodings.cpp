@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 #include "common/testfiles.h"
+#include "common/testrow.h"
 #include "extensions/stringextensions.h"
 
 #include <QJsonArray>
@@ -15,12 +16,6 @@ using namespace StringExtensions;
 
 using Conversion = QString (*)(const QString &);
 Q_DECLARE_METATYPE(Conversion)
-
-// One table row on one line: the values in column order.
-template <typename... T> static void row(const char *name, const T &...values)
-{
-    (QTest::newRow(name) << ... << values);
-}
 
 // The JSON array a reference script beside this test prints, given a JSON
 // array on its input.

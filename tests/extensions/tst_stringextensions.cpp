@@ -1,5 +1,6 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
+#include "common/testrow.h"
 #include "extensions/stringextensions.h"
 
 #include <QRandomGenerator>
@@ -10,12 +11,6 @@ using namespace StringExtensions;
 
 using Edit = QString (*)(const QString &, const QString &);
 Q_DECLARE_METATYPE(Edit)
-
-// One table row on one line: the values in column order.
-template <typename... T> static void row(const char *name, const T &...values)
-{
-    (QTest::newRow(name) << ... << values);
-}
 
 class tst_StringExtensions : public QObject
 {

@@ -7,6 +7,7 @@
 #include "common/logcapture.h"
 #include "common/testchild.h"
 #include "common/testfiles.h"
+#include "common/testrow.h"
 #include "process/vxprocess.h"
 #include "process/vxprocess_p.h"
 #include "utilities/vxpropertylist.h"
@@ -21,11 +22,6 @@
 #include <unistd.h>
 
 namespace {
-template <typename... T> void row(const char *name, const T &...values)
-{
-    (QTest::newRow(name) << ... << values);
-}
-
 const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 
 QByteArray be(quint32 value, int bytes)
