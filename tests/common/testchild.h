@@ -5,7 +5,8 @@
 #include <QProcess>
 
 // A child process started for a test and killed when the test ends. The
-// helper programs write "ready" once they behave as asked.
+// helper programs write "ready" once they behave as asked; waitReady() also
+// waits for another answer line.
 struct TestChild
 {
     QProcess process;
@@ -14,11 +15,11 @@ struct TestChild
         process.start(program, args);
         process.waitForStarted();
     }
-    bool waitReady()
+    bool waitReady(const char *answer = "ready")
     {
         for (int i = 0; i < 100 && !process.canReadLine(); ++i)
             process.waitForReadyRead(100);
-        return process.readLine().startsWith("ready");
+        return process.readLine().startsWith(answer);
     }
     qint32 pid() const { return qint32(process.processId()); }
     ~TestChild()

@@ -16,8 +16,6 @@ struct Portal : TestChild
     bool set(const QString &setting, const QString &ns = "org.freedesktop.appearance")
     {
         process.write((ns + ' ' + setting + '\n').toUtf8());
-        for (int i = 0; i < 100 && !process.canReadLine(); ++i)
-            process.waitForReadyRead(100);
-        return process.readLine().startsWith("set");
+        return waitReady("set");
     }
 };
