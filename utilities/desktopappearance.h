@@ -19,7 +19,7 @@
 // source is asked at once, and a portal that does not answer within
 // portalTimeoutMs is not asked again until its name changes owner.
 //
-// Core library only (QtCore, QtDBus, GLib's gio); no QColor here.
+// Core library only (QtCore, QtDBus; GLib's gio loaded when first read); no QColor here.
 namespace DesktopAppearance {
 
 // The values of the portal's "color-scheme".

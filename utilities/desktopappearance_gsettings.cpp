@@ -10,10 +10,8 @@
 // schema without a key, has no opinion. The values come from whatever
 // backend GLib uses (dconf on a GNOME desktop); changes arrive through the
 // GLib main context, which Qt's event dispatcher runs on Linux.
-// clang-format off
-#include <gio/gio.h> // before Qt: GLib's headers use the word "signals"
-// clang-format on
 #include "desktopappearance_p.h"
+#include "vxgio_p.h"
 
 #include <QString>
 
@@ -22,14 +20,17 @@ struct Interface
 {
     GSettings *settings = nullptr;
     GSettingsSchema *schema = nullptr;
-    bool has(const char *key) const { return settings && g_settings_schema_has_key(schema, key); }
+    bool has(const char *key) const
+    {
+        return settings && gio()->p_g_settings_schema_has_key(schema, key);
+    }
     QString string(const char *key) const
     {
         if (!has(key))
             return QString();
-        gchar *value = g_settings_get_string(settings, key);
+        gchar *value = gio()->p_g_settings_get_string(settings, key);
         const QString s = QString::fromUtf8(value);
-        g_free(value);
+        gio()->p_g_free(value);
         return s;
     }
 };
@@ -39,12 +40,15 @@ const Interface &interface()
     // Made once and kept: a GSettings object is what receives the changes.
     static const Interface gnome = [] {
         Interface i;
-        GSettingsSchemaSource *source = g_settings_schema_source_get_default();
+        const GioApi *api = gio();
+        GSettingsSchemaSource *source
+            = api ? api->p_g_settings_schema_source_get_default() : nullptr;
         if (!source)
             return i;
-        i.schema = g_settings_schema_source_lookup(source, "org.gnome.desktop.interface", TRUE);
+        i.schema
+            = api->p_g_settings_schema_source_lookup(source, "org.gnome.desktop.interface", TRUE);
         if (i.schema)
-            i.settings = g_settings_new_full(i.schema, nullptr, nullptr);
+            i.settings = api->p_g_settings_new_full(i.schema, nullptr, nullptr);
         return i;
     }();
     return gnome;
@@ -99,8 +103,8 @@ void DesktopAppearancePlatform::watchGnome(const std::function<void()> &changed)
     const Interface &gnome = interface();
     if (!gnome.settings)
         return;
-    g_signal_connect(
-        gnome.settings, "changed", G_CALLBACK(onChanged), new std::function<void()>(changed));
+    gio()->p_g_signal_connect_data(gnome.settings, "changed", G_CALLBACK(onChanged),
+        new std::function<void()>(changed), nullptr, GConnectFlags(0));
     // GSettings announces only keys that were read since a handler was connected.
     for (const char *key : { "color-scheme", "gtk-theme", "accent-color" })
         gnome.string(key);

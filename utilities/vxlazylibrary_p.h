@@ -21,10 +21,19 @@
 // `const Type *accessor()`: nullptr when the library or one of them is
 // missing. The library stays loaded for the life of the program.
 #define VX_LAZY_LIBRARY(Type, accessor, soname, FUNCTIONS)                                         \
+    VX_LAZY_LIBRARY_DECLARE(Type, accessor, FUNCTIONS)                                             \
+    VX_LAZY_LIBRARY_DEFINE(Type, accessor, soname, FUNCTIONS)
+
+// The same in two halves, for a library that several files call: the
+// declaration in a shared header, the definition in one of the files.
+#define VX_LAZY_LIBRARY_DECLARE(Type, accessor, FUNCTIONS)                                         \
     struct Type                                                                                    \
     {                                                                                              \
         FUNCTIONS(VX_LAZY_DECLARE)                                                                 \
     };                                                                                             \
+    const Type *accessor();
+
+#define VX_LAZY_LIBRARY_DEFINE(Type, accessor, soname, FUNCTIONS)                                  \
     const Type *accessor()                                                                         \
     {                                                                                              \
         static const Type *loaded = []() -> const Type * {                                         \
