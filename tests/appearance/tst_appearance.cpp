@@ -21,6 +21,7 @@
 #include "appearance/vxviewextensions.h"
 #include "common/audiorecording.h"
 #include "common/logcapture.h"
+#include "common/testrow.h"
 #include "utilities/vxuserdefaults.h"
 
 #include <QApplication>
@@ -108,11 +109,6 @@ std::pair<int, int> lightnessRange(const QWidget *widget)
     return { darkest, lightest };
 }
 
-void setApplicationDark(bool dark)
-{
-    QApplication::setPalette(dark ? VXAppearance::darkPalette() : QPalette());
-}
-
 QByteArray encoded(const VXDynamicColor &color)
 {
     QByteArray data;
@@ -175,33 +171,27 @@ private Q_SLOTS:
 
     void cleanup()
     {
-        setApplicationDark(false);
+        QApplication::setPalette(QPalette());
         VXUserDefaults::standard().removeObject("AppleAccentColor");
         VXUserDefaults::standard().setArguments({ "tst" });
     }
 
     void showsTheVariantOfTheWidgetsAppearance_data()
     {
-        // clang-format off
         QTest::addColumn<bool>("global");
         QTest::addColumn<QColor>("dark"); // invalid: nil
         QTest::addColumn<bool>("applicationDark");
         QTest::addColumn<QString>("forced"); // the container's own appearance
         QTest::addColumn<QColor>("shown");
         const QColor nil;
-        QTest::newRow("light application") << false << kDark << false << "" << kLight;
-        QTest::newRow("dark application") << false << kDark << true << "" << kDark;
-        QTest::newRow("forced dark in a light application")
-            << false << kDark << false << "dark" << kDark;
-        QTest::newRow("global, forced dark in a light application")
-            << true << kDark << false << "dark" << kLight;
-        QTest::newRow("forced light in a dark application")
-            << false << kDark << true << "light" << kLight;
-        QTest::newRow("global, forced light in a dark application")
-            << true << kDark << true << "light" << kDark;
-        QTest::newRow("nil dark colour, dark application") << false << nil << true << "" << kLight;
-        QTest::newRow("nil dark colour, forced dark") << false << nil << false << "dark" << kLight;
-        // clang-format on
+        row("light application", false, kDark, false, "", kLight);
+        row("dark application", false, kDark, true, "", kDark);
+        row("forced dark in a light application", false, kDark, false, "dark", kDark);
+        row("global, forced dark in a light application", true, kDark, false, "dark", kLight);
+        row("forced light in a dark application", false, kDark, true, "light", kLight);
+        row("global, forced light in a dark application", true, kDark, true, "light", kDark);
+        row("nil dark colour, dark application", false, nil, true, "", kLight);
+        row("nil dark colour, forced dark", false, nil, false, "dark", kLight);
     }
 
     void showsTheVariantOfTheWidgetsAppearance()
@@ -211,7 +201,7 @@ private Q_SLOTS:
         QFETCH(bool, applicationDark);
         QFETCH(QString, forced);
         QFETCH(QColor, shown);
-        setApplicationDark(applicationDark);
+        QApplication::setPalette(applicationDark ? VXAppearance::darkPalette() : QPalette());
         QCOMPARE(VXAppearance::applicationIsDark(), applicationDark);
         QWidget window;
         auto *container = new QWidget(&window);
@@ -237,34 +227,21 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(shows(swatch, kDark), kPatience);
     }
 
-    void switchesWhenThePaletteChangesWithoutRestart()
-    {
-        Swatch swatch(VXDynamicColor::lightColor(kLight, kDark));
-        swatch.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&swatch, kPatience));
-        for (const bool dark : { false, true, false }) {
-            setApplicationDark(dark);
-            QTRY_VERIFY_WITH_TIMEOUT(shows(&swatch, dark ? kDark : kLight), kPatience);
-        }
-    }
-
     void menuHighlightsFollowTheAccentDefault_data()
     {
-        // clang-format off
         QTest::addColumn<QVariant>("setting");
         QTest::addColumn<QString>("name");
         QTest::addColumn<QStringList>("logged");
         const QStringList none;
-        QTest::newRow("absent") << QVariant() << "Blue" << none;
-        QTest::newRow("-1") << QVariant(-1) << "Graphite" << none;
+        row("absent", QVariant(), "Blue", none);
+        row("-1", QVariant(-1), "Graphite", none);
         // 4 is unknown on purpose; each new unknown index is logged once.
         const QStringList four { "*** unknown accent color index: 4" };
-        QTest::newRow("4, logged once") << QVariant(4) << "Blue" << four;
-        QTest::newRow("4 again, silent") << QVariant(4) << "Blue" << none;
-        QTest::newRow("7, a new index")
-            << QVariant(7) << "Blue" << QStringList { "*** unknown accent color index: 7" };
-        QTest::newRow("4 after 7, logged again") << QVariant(4) << "Blue" << four;
-        // clang-format on
+        row("4, logged once", QVariant(4), "Blue", four);
+        row("4 again, silent", QVariant(4), "Blue", none);
+        row("7, a new index", QVariant(7), "Blue",
+            QStringList { "*** unknown accent color index: 7" });
+        row("4 after 7, logged again", QVariant(4), "Blue", four);
     }
 
     void menuHighlightsFollowTheAccentDefault()
@@ -287,26 +264,22 @@ private Q_SLOTS:
 
     void coding_data()
     {
-        // clang-format off
         QTest::addColumn<QByteArray>("data");
         QTest::addColumn<VXDynamicColor>("decoded"); // default-made: refused
         const VXDynamicColor both = VXDynamicColor::lightColor(kLight, kDark);
         const VXDynamicColor lightOnly = VXDynamicColor::lightColor(kLight, std::nullopt);
-        QTest::newRow("nil dark colour") << encoded(lightOnly) << lightOnly;
-        QTest::newRow("both colours") << encoded(both) << both;
-        QTest::newRow("global flag, not kept")
-            << encoded(VXDynamicColor::lightColor(kLight, kDark, true)) << both;
         const QByteArray good = encoded(both);
-        QTest::newRow("empty") << QByteArray() << VXDynamicColor();
-        QTest::newRow("cut short") << good.left(good.size() / 2) << VXDynamicColor();
-        QTest::newRow("a later version")
-            << QByteArray(good).replace(0, 1, "\x02") << VXDynamicColor();
         QByteArray text;
-        QDataStream out(&text, QIODevice::WriteOnly);
-        out
+        QDataStream(&text, QIODevice::WriteOnly)
             << quint8(1) << QVariantMap { { "aquaColor", kLight }, { "darkAquaColor", "#000000" } };
-        QTest::newRow("dark colour is text") << text << VXDynamicColor();
-        // clang-format on
+        row("nil dark colour", encoded(lightOnly), lightOnly);
+        row("both colours", good, both);
+        row("global flag, not kept", encoded(VXDynamicColor::lightColor(kLight, kDark, true)),
+            both);
+        row("empty", QByteArray(), VXDynamicColor());
+        row("cut short", good.left(good.size() / 2), VXDynamicColor());
+        row("a later version", QByteArray(good).replace(0, 1, "\x02"), VXDynamicColor());
+        row("dark colour is text", text, VXDynamicColor());
     }
 
     void coding()
@@ -322,27 +295,21 @@ private Q_SLOTS:
 
     void animatedVerticalScroll_data()
     {
-        // clang-format off
         QTest::addColumn<bool>("inChild");
         QTest::addColumn<QRectF>("rect");
         QTest::addColumn<bool>("preferTop");
         QTest::addColumn<bool>("scrolls");
         QTest::addColumn<int>("y");
         // The visible part of the page is y 300 to 500.
-        QTest::newRow("inside") << false << QRectF(0, 350, 10, 50) << false << false << 300;
-        QTest::newRow("above") << false << QRectF(0, 250, 10, 20) << false << true << 250;
-        QTest::newRow("below") << false << QRectF(0, 520, 10, 30) << false << true << 350;
-        QTest::newRow("far edge on the visible edge, by 0")
-            << false << QRectF(0, 450, 10, 50) << false << true << 300;
-        QTest::newRow("taller, preferTop: ends at its high-y edge")
-            << false << QRectF(0, 100, 10, 500) << true << true << 400;
-        QTest::newRow("taller: starts at its origin")
-            << false << QRectF(0, 100, 10, 500) << false << true << 100;
-        QTest::newRow("a child's rectangle, below")
-            << true << QRectF(0, 0, 10, 10) << false << true << 410;
-        QTest::newRow("fractional, rounded")
-            << false << QRectF(0, 100.4, 10, 10) << false << true << 100;
-        // clang-format on
+        row("inside", false, QRectF(0, 350, 10, 50), false, false, 300);
+        row("above", false, QRectF(0, 250, 10, 20), false, true, 250);
+        row("below", false, QRectF(0, 520, 10, 30), false, true, 350);
+        row("far edge on the visible edge, by 0", false, QRectF(0, 450, 10, 50), false, true, 300);
+        row("taller, preferTop: ends at its high-y edge", false, QRectF(0, 100, 10, 500), true,
+            true, 400);
+        row("taller: starts at its origin", false, QRectF(0, 100, 10, 500), false, true, 100);
+        row("a child's rectangle, below", true, QRectF(0, 0, 10, 10), false, true, 410);
+        row("fractional, rounded", false, QRectF(0, 100.4, 10, 10), false, true, 100);
     }
 
     void animatedVerticalScroll()
@@ -462,28 +429,25 @@ private Q_SLOTS:
 
     void alertVolumeFromSettingsAndDesktop_data()
     {
-        // clang-format off
         QTest::addColumn<QVariant>("setting");
         QTest::addColumn<QString>("argument"); // given on the command line
         QTest::addColumn<QStringList>("event"); // the desktop's event-sound volume and mute
         QTest::addColumn<double>("volume");
         const QStringList none;
-        QTest::newRow("none") << QVariant() << "" << none << 1.0;
-        QTest::newRow("0.35") << QVariant(0.35) << "" << none << 0.0;
-        QTest::newRow("0.61") << QVariant(0.61) << "" << none << 0.5;
-        QTest::newRow("1.5 clamped") << QVariant(1.5) << "" << none << 1.0;
-        QTest::newRow("not a number") << QVariant("loud") << "" << none << 0.0;
-        QTest::newRow("a list") << QVariant(QStringList { "0.5", "0.6" }) << "" << none << 1.0;
-        QTest::newRow("the command line wins") << QVariant(0.61) << "0.47" << none << 0.25;
+        row("none", QVariant(), "", none, 1.0);
+        row("0.35", QVariant(0.35), "", none, 0.0);
+        row("0.61", QVariant(0.61), "", none, 0.5);
+        row("1.5 clamped", QVariant(1.5), "", none, 1.0);
+        row("not a number", QVariant("loud"), "", none, 0.0);
+        row("a list", QVariant(QStringList { "0.5", "0.6" }), "", none, 1.0);
+        row("the command line wins", QVariant(0.61), "0.47", none, 0.25);
         // The desktop's event-sound volume is what the sound server stores for
         // streams in the event role once one has been turned down; it outranks
         // the setting from then on, so these rows come last.
-        QTest::newRow("desktop at 50%, on the cubic scale")
-            << QVariant(0.2) << "" << QStringList { "50%", "0" } << 0.125;
-        QTest::newRow("desktop muted") << QVariant(0.2) << "" << QStringList { "50%", "1" } << 0.0;
-        QTest::newRow("desktop at 100%")
-            << QVariant(0.2) << "" << QStringList { "100%", "0" } << 1.0;
-        // clang-format on
+        row("desktop at 50%, on the cubic scale", QVariant(0.2), "", QStringList { "50%", "0" },
+            0.125);
+        row("desktop muted", QVariant(0.2), "", QStringList { "50%", "1" }, 0.0);
+        row("desktop at 100%", QVariant(0.2), "", QStringList { "100%", "0" }, 1.0);
     }
 
     void alertVolumeFromSettingsAndDesktop()
@@ -541,24 +505,18 @@ private Q_SLOTS:
 
     void playsOnTheAlertOutput_data()
     {
-        // clang-format off
         QTest::addColumn<QString>("defaultSink"); // where the desktop sends alert sounds
         QTest::addColumn<QString>("override"); // the output asked for instead
         QTest::addColumn<QStringList>("logged"); // among the lines of -soundLog
         // Only the device that names its maker is listed.
-        QTest::newRow("alert") << "alert"
-                               << ""
-                               << QStringList { "   device Alert by Quillet id alert",
-                                      "+SL: setPlaybackDeviceIdentifier:alert" };
-        QTest::newRow("moved to the speakers by the desktop")
-            << "speakers" << "" << QStringList { "+SL: setPlaybackDeviceIdentifier:speakers" };
-        QTest::newRow("unknown output: the default one")
-            << "alert"
-            << "no-such-output"
-            << QStringList {
-                   "+SL: exception no audio output device with the identifier \"no-such-output\""
-               };
-        // clang-format on
+        row("alert", "alert", "",
+            QStringList {
+                "   device Alert by Quillet id alert", "+SL: setPlaybackDeviceIdentifier:alert" });
+        row("moved to the speakers by the desktop", "speakers", "",
+            QStringList { "+SL: setPlaybackDeviceIdentifier:speakers" });
+        row("unknown output: the default one", "alert", "no-such-output",
+            QStringList {
+                "+SL: exception no audio output device with the identifier \"no-such-output\"" });
     }
 
     void playsOnTheAlertOutput()
