@@ -9,6 +9,7 @@
 // the test's own.
 #include "common/logcapture.h"
 #include "common/testfiles.h"
+#include "common/testrow.h"
 #include "process/vxprocess.h"
 #include "utilities/desktopappearance.h"
 #include "utilities/vxbundle.h"
@@ -73,30 +74,26 @@ private Q_SLOTS:
 
     void formats_data()
     {
-        // clang-format off
         QTest::addColumn<QString>("format");
         QTest::addColumn<QVariantList>("args");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("positional reuse") << "%1$@ cannot run.\rQuit %1$@."
-                                          << QVariantList { "Foo" } << "Foo cannot run.\rQuit Foo.";
-        QTest::newRow("long") << "%ld" << QVariantList { qlonglong(1) << 40 } << "1099511627776";
-        QTest::newRow("int truncates to 32 bits") << "%d" << QVariantList { qlonglong(1) << 32 }
-                                                  << "0";
-        QTest::newRow("hex byte signed widening") << "%02X" << QVariantList { -62 } << "FFFFFFC2";
-        QTest::newRow("nil object") << "autolaunch = %@" << QVariantList { QString() }
-                                    << "autolaunch = (null)";
-        QTest::newRow("missing arguments") << "%@ %d %s %1.1f %9$@" << QVariantList {}
-                                           << "(null) 0 (null) 0.0 (null)";
+        row("positional reuse", "%1$@ cannot run.\rQuit %1$@.", QVariantList { "Foo" },
+            "Foo cannot run.\rQuit Foo.");
+        row("long", "%ld", QVariantList { qlonglong(1) << 40 }, "1099511627776");
+        row("int truncates to 32 bits", "%d", QVariantList { qlonglong(1) << 32 }, "0");
+        row("hex byte signed widening", "%02X", QVariantList { -62 }, "FFFFFFC2");
+        row("nil object", "autolaunch = %@", QVariantList { QString() }, "autolaunch = (null)");
+        row("missing arguments", "%@ %d %s %1.1f %9$@", QVariantList {},
+            "(null) 0 (null) 0.0 (null)");
         // Lists and dictionaries are described as the log shows them.
-        QVariantMap map { { "productName", "Foo Bar" }, { "productCode", QStringList { "ABCD" } },
-                          { "", "/x" } };
-        QTest::newRow("nested map, sorted keys") << "%@" << QVariantList { map }
-            << "{\n    \"\" = \"/x\";\n    productCode = (\n        ABCD\n    );\n"
-               "    productName = \"Foo Bar\";\n}";
-        QTest::newRow("quotes and escapes in lists")
-            << "%@" << QVariantList { QStringList { "say \"hi\"\n", "é" } }
-            << "(\n    \"say \\\"hi\\\"\\n\",\n    \"\\U00e9\"\n)";
-        // clang-format on
+        const QVariantMap map { { "productName", "Foo Bar" },
+            { "productCode", QStringList { "ABCD" } }, { "", "/x" } };
+        row("nested map, sorted keys", "%@", QVariantList { map },
+            "{\n    \"\" = \"/x\";\n    productCode = (\n        ABCD\n    );\n"
+            "    productName = \"Foo Bar\";\n}");
+        row("quotes and escapes in lists", "%@",
+            QVariantList { QStringList { "say \"hi\"\n", "é" } },
+            "(\n    \"say \\\"hi\\\"\\n\",\n    \"\\U00e9\"\n)");
     }
 
     void formats()
@@ -150,20 +147,16 @@ private Q_SLOTS:
 
     void systemVersionFromKernelRelease_data()
     {
-        // clang-format off
         QTest::addColumn<QString>("release");
         QTest::addColumn<QString>("versionString");
         QTest::addColumn<uint>("hex");
         QTest::addColumn<QStringList>("logged");
         const QStringList none;
-        QTest::newRow("Debian kernel") << "6.1.0-18-amd64" << "6.1" << 0x0610u << none;
-        QTest::newRow("three part with suffix") << "14.1.2+rt" << "14.1.2" << 0x1412u
-                                                << none;
-        QTest::newRow("unparsable") << "unknown" << "0.0" << 0u << none;
-        QTest::newRow("missing parts are logged and 0") << "7" << "7.0" << 0x0700u
-            << QStringList { "cannot get minor version number",
-                             "cannot get bugfix version number" };
-        // clang-format on
+        row("Debian kernel", "6.1.0-18-amd64", "6.1", 0x0610u, none);
+        row("three part with suffix", "14.1.2+rt", "14.1.2", 0x1412u, none);
+        row("unparsable", "unknown", "0.0", 0u, none);
+        row("missing parts are logged and 0", "7", "7.0", 0x0700u,
+            QStringList { "cannot get minor version number", "cannot get bugfix version number" });
     }
 
     void systemVersionFromKernelRelease()
@@ -188,29 +181,27 @@ private Q_SLOTS:
         const QVariantMap gnustep { { "ApplicationName", "Ink" }, { "NSExecutable", "Ink" },
             { "NSTypes",
                 QVariantList { QVariantMap { { "NSUnixExtensions", QVariantList { "txt" } } } } } };
-        QTest::newRow("GNUstep Info")
-            << QByteArray("{\n  ApplicationName = \"Ink\"; // name\n  NSExecutable = Ink;\n"
-                          "  /* file types */ NSTypes = ( { NSUnixExtensions = ( txt ); } );\n}\n")
-            << QVariant(gnustep);
-        QTest::newRow("escapes") << QByteArray("{ a = \"tab\\there \\\"q\\\" \\U00e9 \\101\"; }")
-                                 << QVariant(QVariantMap { { "a", "tab\there \"q\" é A" } });
-        QTest::newRow("strings file")
-            << QByteArray("\"Install\" = \"Installieren\";\nOK = OK;\n")
-            << QVariant(QVariantMap { { "Install", "Installieren" }, { "OK", "OK" } });
-        QTest::newRow("empty file") << QByteArray("  \n") << QVariant(QVariantMap());
+        row("GNUstep Info",
+            QByteArray("{\n  ApplicationName = \"Ink\"; // name\n  NSExecutable = Ink;\n"
+                       "  /* file types */ NSTypes = ( { NSUnixExtensions = ( txt ); } );\n}\n"),
+            QVariant(gnustep));
+        row("escapes", QByteArray("{ a = \"tab\\there \\\"q\\\" \\U00e9 \\101\"; }"),
+            QVariant(QVariantMap { { "a", "tab\there \"q\" é A" } }));
+        row("strings file", QByteArray("\"Install\" = \"Installieren\";\nOK = OK;\n"),
+            QVariant(QVariantMap { { "Install", "Installieren" }, { "OK", "OK" } }));
+        row("empty file", QByteArray("  \n"), QVariant(QVariantMap()));
         // A binary property list as the platform's tools write it.
-        QTest::newRow("binary") << QByteArray::fromBase64(
-            "YnBsaXN0MDDSAQIDBF8QEUNGQnVuZGxlU2lnbmF0"
-            "dXJlW0xTVUlFbGVtZW50VFFTbXAJCA0hLTIAAAAAAAABAQAAAAAAAAAFAAAAAAAAAAAAAAAAAAAAMw==")
-                                << QVariant(QVariantMap {
-                                       { "CFBundleSignature", "QSmp" }, { "LSUIElement", true } });
+        row("binary",
+            QByteArray::fromBase64(
+                "YnBsaXN0MDDSAQIDBF8QEUNGQnVuZGxlU2lnbmF0"
+                "dXJlW0xTVUlFbGVtZW50VFFTbXAJCA0hLTIAAAAAAAABAQAAAAAAAAAFAAAAAAAAAAAAAAAAAAAAMw=="),
+            QVariant(QVariantMap { { "CFBundleSignature", "QSmp" }, { "LSUIElement", true } }));
         const QVariant refused;
-        QTest::newRow("unterminated dict") << QByteArray("{ a = b; ") << refused;
-        QTest::newRow("deep nesting") << QByteArray(100000, '(') << refused;
-        QTest::newRow("binary junk") << QByteArray("\x00\x01\x02\xff\xfe garbage", 14) << refused;
-        QTest::newRow("truncated binary") << QByteArray("bplist00\xd1\x01\x02", 11) << refused;
-        QTest::newRow("broken XML")
-            << QByteArray("<?xml version=\"1.0\"?><plist><dict><key>a</key>") << refused;
+        row("unterminated dict", QByteArray("{ a = b; "), refused);
+        row("deep nesting", QByteArray(100000, '('), refused);
+        row("binary junk", QByteArray("\x00\x01\x02\xff\xfe garbage", 14), refused);
+        row("truncated binary", QByteArray("bplist00\xd1\x01\x02", 11), refused);
+        row("broken XML", QByteArray("<?xml version=\"1.0\"?><plist><dict><key>a</key>"), refused);
     }
 
     void propertyLists()
@@ -226,10 +217,10 @@ private Q_SLOTS:
                                           : VXPropertyList::Format::OpenStep);
     }
 
-    void bundleLayouts()
+    void bundleFilesAndBrokenBundles()
     {
         QTemporaryDir dir;
-        const QString app = dir.path() + "/Foo.app", res = app + "/Contents/Resources/";
+        const QString d = dir.path(), app = d + "/Foo.app", res = app + "/Contents/Resources/";
         writeFile(app + "/Contents/Info.plist",
             "{ CFBundleExecutable = Foo; CFBundleIdentifier = dev.example.foo; }");
         writeFile(res + "en.lproj/ReadMe.rtf", "{\\rtf1}");
@@ -243,19 +234,15 @@ private Q_SLOTS:
         QCOMPARE(bundle->executablePath(), app + "/Contents/Linux/Foo");
         QCOMPARE(bundle->pathForResource("ReadMe", "rtf"), res + "en.lproj/ReadMe.rtf");
         QVERIFY(bundle->pathForResource("../Info", "plist").isNull());
-    }
 
-    void brokenBundlesAnswerEmpty()
-    {
-        QTemporaryDir dir;
-        const QString d = dir.path();
+        // Broken ones answer empty.
         QVERIFY(!VXBundle::open(d + "/missing.app"));
         writeFile(d + "/file.app", "not a folder");
         QVERIFY(!VXBundle::open(d + "/file.app"));
         for (const QByteArray &info : { QByteArray(4096, '\xfe'), QByteArray("( a, b )") }) {
             writeFile(d + "/Broken.app/Contents/Info.plist", info);
-            const auto bundle = VXBundle::open(d + "/Broken.app");
-            QVERIFY(bundle && bundle->infoDictionary().isEmpty() && !bundle->infoError().isEmpty());
+            const auto broken = VXBundle::open(d + "/Broken.app");
+            QVERIFY(broken && broken->infoDictionary().isEmpty() && !broken->infoError().isEmpty());
         }
         // An executable name that tries to leave its folder is ignored, even
         // where that leads to a program.
