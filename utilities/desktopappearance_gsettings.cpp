@@ -10,8 +10,10 @@
 // schema without a key, has no opinion. The values come from whatever
 // backend GLib uses (dconf on a GNOME desktop); changes arrive through the
 // GLib main context, which Qt's event dispatcher runs on Linux.
+// clang-format off
+#include "vxgio_p.h" // before Qt: GLib's headers use the word "signals"
+// clang-format on
 #include "desktopappearance_p.h"
-#include "vxgio_p.h"
 
 #include <QString>
 

@@ -6,7 +6,9 @@
 // Reduced transparency: GNOME has no such switch; its high-contrast mode
 // (org.gnome.desktop.a11y.interface high-contrast) draws no translucency, so
 // it is what answers here.
-#include "vxgio_p.h"
+// clang-format off
+#include "vxgio_p.h" // before Qt: GLib's headers use the word "signals"
+// clang-format on
 #include "vxutilities_p.h"
 
 #include <QByteArray>
