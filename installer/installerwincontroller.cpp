@@ -36,6 +36,7 @@
 #include <QTextEdit>
 #include <QTimer>
 #include <QUrl>
+#include <QXmlStreamReader>
 #include <cstdio>
 
 Q_LOGGING_CATEGORY(lcInstaller, "quillet.installer", QtWarningMsg)
@@ -65,6 +66,62 @@ QPixmap loadImage(const QString &path, int edge = 128)
         return QPixmap();
     const QImage image = Workspace::readImage(path, edge);
     return image.isNull() ? QPixmap() : QPixmap::fromImage(image);
+}
+// The size the interface file gives its window ("geometry" of the top-level
+// widget), or an invalid size.
+QSize interfaceWindowSize(const QByteArray &contents)
+{
+    QXmlStreamReader xml(contents);
+    int depth = 0;
+    bool inGeometry = false;
+    QSize size;
+    while (!xml.atEnd()) {
+        switch (xml.readNext()) {
+        case QXmlStreamReader::StartElement:
+            ++depth;
+            // <ui><widget><property name="geometry"><rect>...
+            if (depth == 3 && xml.name() == QLatin1String("property"))
+                inGeometry
+                    = xml.attributes().value(QLatin1String("name")) == QLatin1String("geometry");
+            else if (inGeometry && xml.name() == QLatin1String("width"))
+                size.setWidth(xml.readElementText().toInt());
+            else if (inGeometry && xml.name() == QLatin1String("height"))
+                size.setHeight(xml.readElementText().toInt());
+            if (xml.tokenType() == QXmlStreamReader::EndElement)
+                --depth; // readElementText() ends on the element's end
+            break;
+        case QXmlStreamReader::EndElement:
+            if (depth-- == 3 && inGeometry)
+                return size;
+            break;
+        default:
+            break;
+        }
+    }
+    return QSize();
+}
+
+// Centred on the screen, where the window shows.
+void centre(QWidget *window)
+{
+    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
+        QRect frame = window->frameGeometry();
+        frame.moveCenter(screen->availableGeometry().center());
+        window->move(frame.topLeft());
+    }
+}
+
+// The window appears at once, at its interface file's size, before it holds
+// anything: its contents need the font configuration, whose first reading
+// takes longer than all the rest of the set-up. They are laid out and
+// painted when set-up is done, within the same turn of the event loop.
+void showFrame(QWidget *window, QSize size)
+{
+    if (!size.isValid())
+        return; // shown when set-up is done
+    window->resize(size);
+    centre(window);
+    window->show();
 }
 } // namespace
 
@@ -164,7 +221,22 @@ bool InstallerWinController::loadInterface()
         || QCryptographicHash::hash(contents, QCryptographicHash::Sha256).toHex()
             == QByteArrayLiteral(QUILLET_INTERFACE_SHA256)) {
         window = new QWidget;
+        showFrame(window, interfaceWindowSize(contents));
+    }
+    // The window is light or dark as the desktop is. Asked before the widgets
+    // are made, while the fonts are read (main.cpp), so that they are made
+    // with the right palette.
+    VXAppearance::followDesktopAppearance();
+    if (window) {
         Ui::InstallerWindow().setupUi(window);
+        // Widgets laid out in a window that is already shown wait for the
+        // event loop to show them (QLayout::addChildWidget); set-up reads and
+        // changes their visibility before that, so they are shown now.
+        if (window->isVisible()) {
+            for (QWidget *child : window->findChildren<QWidget *>(Qt::FindDirectChildrenOnly))
+                if (!child->testAttribute(Qt::WA_WState_ExplicitShowHide))
+                    child->show();
+        }
     } else {
         // The form loader's module (interfaceloader.cpp).
         using Load = QWidget *(*)(const QByteArray &contents, QString *error);
@@ -178,8 +250,6 @@ bool InstallerWinController::loadInterface()
     }
     m_window = window;
     m_window->setAttribute(Qt::WA_DeleteOnClose, false);
-    // The window is light or dark as the desktop is.
-    VXAppearance::followDesktopAppearance();
     m_tabView = window->findChild<QTabWidget *>(QStringLiteral("tabView"));
     m_nameField = window->findChild<QLabel *>(QStringLiteral("nameField"));
     m_introField = window->findChild<QLabel *>(QStringLiteral("introField"));
@@ -406,13 +476,9 @@ void InstallerWinController::awakeFromNib()
     }
     m_checkmarkField->setVisible(false);
 
-    // 20. Bring the window forward.
-    m_window->adjustSize();
-    if (const QScreen *screen = QGuiApplication::primaryScreen()) {
-        QRect frame = m_window->frameGeometry();
-        frame.moveCenter(screen->availableGeometry().center());
-        m_window->move(frame.topLeft());
-    }
+    // 20. Bring the window forward, at the size its interface file gives it.
+    if (!m_window->isVisible())
+        centre(m_window);
     m_window->show();
     m_window->raise();
     m_window->activateWindow();

@@ -5,11 +5,19 @@
 #include "utilities/vxlocalization.h"
 
 #include <QApplication>
+#include <QFontMetrics>
+#include <QThread>
 
 int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("QuilletInstaller"));
+    // The first use of a font reads the font configuration and its caches,
+    // which takes longer than all the rest of the window's set-up. A worker
+    // does it meanwhile; Qt's font database serialises its users, so the
+    // window's first font waits for it at most.
+    QThread *fonts = QThread::create([] { QFontMetrics(QApplication::font()).height(); });
+    fonts->start();
     vxInstallTranslations(VXBundle::mainBundle().resourcePath());
 
     // Lives until the process ends: the installation thread may still use it
@@ -17,5 +25,8 @@ int main(int argc, char **argv)
     auto *controller
         = new InstallerWinController({ QCoreApplication::arguments(), true, QString() });
     controller->awakeFromNib();
-    return app.exec();
+    const int status = app.exec();
+    fonts->wait();
+    delete fonts;
+    return status;
 }

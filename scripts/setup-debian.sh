@@ -26,7 +26,7 @@ packages=(
   # Debian packages: CPack's shared-library dependencies, their check
   dpkg-dev file lintian
   # data and peer tools used by tests and benchmarks
-  unicode-data uchardet procps python3 python3-psutil
+  unicode-data uchardet procps python3 python3-psutil libxcb-damage0-dev
 )
 
 missing=()

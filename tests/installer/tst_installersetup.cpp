@@ -364,12 +364,16 @@ private Q_SLOTS:
     void interfaceFile_data()
     {
         // clang-format off
-        // What the bundle's interface file becomes: its window as it stands.
+        // What the bundle's interface file becomes: its window as it stands,
+        // at the size it gives.
         QTest::addColumn<QByteArray>("from");
         QTest::addColumn<QByteArray>("to");
-        QTest::addColumn<QString>("title");
-        QTest::newRow("edited in the bundle") << QByteArray("%@ Installer") << QByteArray("%@ Setup")
-            << "Foo Setup";
+        QTest::addColumn<QString>("window");
+        QTest::newRow("as built") << QByteArray() << QByteArray() << "Foo Installer 600x440";
+        QTest::newRow("edited in the bundle") << QByteArray("%@ Installer<") << QByteArray("%@ Setup<")
+            << "Foo Setup 600x440";
+        QTest::newRow("resized in the bundle") << QByteArray("<width>600<")
+            << QByteArray("<width>700<") << "Foo Installer 700x440";
         QTest::newRow("broken") << QByteArray("</ui>") << QByteArray() << "(not loaded)";
         // clang-format on
     }
@@ -378,13 +382,18 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, from);
         QFETCH(QByteArray, to);
-        QFETCH(QString, title);
+        QFETCH(QString, window);
         ProductFixture fixture;
         const QString file = fixture.installer + "/Contents/Resources/InstallerWindow.ui";
-        writeFile(file, readFile(file).replace(from, to));
+        if (!from.isEmpty())
+            writeFile(file, readFile(file).replace(from, to));
         const auto c = fixture.setUp({});
-        QCOMPARE(c->window() ? c->window()->windowTitle() : QStringLiteral("(not loaded)"), title);
-        QCOMPARE(c->interfaceError().isEmpty(), c->window() != nullptr);
+        const QWidget *w = c->window();
+        QCOMPARE(w
+                ? QStringLiteral("%1 %2x%3").arg(w->windowTitle()).arg(w->width()).arg(w->height())
+                : QStringLiteral("(not loaded)"),
+            window);
+        QCOMPARE(c->interfaceError().isEmpty(), w != nullptr);
     }
 
     void pageButtons()
