@@ -362,36 +362,27 @@ private Q_SLOTS:
 
     void scale_data()
     {
-        // clang-format off
-        QTest::addColumn<bool>("graphics");
         QTest::addColumn<QList<double>>("steps"); // setScale() each; 0 resets
         QTest::addColumn<double>("scale");
-        for (bool graphics : { true, false }) {
-            const QByteArray kind = graphics ? "graphics view, " : "plain widget, ";
-                QTest::newRow(kind + "2.0 twice") << graphics << QList<double> { 2.0, 2.0 } << 2.0;
-            QTest::newRow(kind + "2.0, reset") << graphics << QList<double> { 2.0, 0 } << 1.0;
-            QTest::newRow(kind + "not positive, ignored")
-                << graphics << QList<double> { 2.0, -1.0, qQNaN() } << 2.0;
-        }
-        // clang-format on
+        row("2.0 twice", QList<double> { 2.0, 2.0 }, 2.0);
+        row("2.0, reset", QList<double> { 2.0, 0 }, 1.0);
+        row("not positive, ignored", QList<double> { 2.0, -1.0, qQNaN() }, 2.0);
     }
 
     void scale()
     {
-        QFETCH(bool, graphics);
         QFETCH(QList<double>, steps);
         QFETCH(double, scale);
         QGraphicsScene scene(0, 0, 100, 100);
         scene.addRect(0, 0, 10, 10, Qt::NoPen, Qt::red);
         QGraphicsView graphicsView(&scene);
-        QWidget plain;
-        QWidget *view = graphics ? static_cast<QWidget *>(&graphicsView) : &plain;
-        for (double step : steps)
-            step == 0 ? resetScaling(view) : setScale(view, step);
-        QCOMPARE(VXViewExtensions::scale(view), scale);
-        if (!graphics)
-            return;
-        // What the view draws: the 10-unit square as scale x 10 pixels.
+        QWidget plain; // keeps the factor for its own painting
+        for (QWidget *view : { static_cast<QWidget *>(&graphicsView), &plain }) {
+            for (double step : steps)
+                step == 0 ? resetScaling(view) : setScale(view, step);
+            QCOMPARE(VXViewExtensions::scale(view), scale);
+        }
+        // What the graphics view draws: the 10-unit square as scale x 10 pixels.
         graphicsView.setFrameShape(QFrame::NoFrame);
         graphicsView.setAlignment(Qt::AlignLeft | Qt::AlignTop);
         graphicsView.resize(300, 300);
