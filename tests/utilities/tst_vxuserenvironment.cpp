@@ -288,33 +288,29 @@ private Q_SLOTS:
 
     void runShellScript_data()
     {
-        // clang-format off
         QTest::addColumn<QByteArray>("script");
         QTest::addColumn<QStringList>("parameters"); // "nil" alone for none
         QTest::addColumn<double>("timeout");
         QTest::addColumn<QString>("expected"); // "<null>" for a null result
         QTest::addColumn<QStringList>("log"); // PIDFILE: where the script writes its pid
-        QTest::newRow("output and errors together")
-            << QByteArray("#!/bin/sh\necho out\necho err >&2\necho \"$#:$1\"\n")
-            << QStringList { "a b" } << 10.0 << "out\nerr\n1:a b\n" << QStringList();
-        QTest::newRow("no parameters at all, in the home folder, input empty")
-            << QByteArray("#!/bin/sh\necho \"$#\"\npwd\ncat\n") << QStringList { "nil" } << 10.0
-            << "0\n" + QDir::homePath() + "\n" << QStringList();
+        const QStringList nil { "nil" }, none;
+        row("output and errors together",
+            QByteArray("#!/bin/sh\necho out\necho err >&2\necho \"$#:$1\"\n"),
+            QStringList { "a b" }, 10.0, "out\nerr\n1:a b\n", none);
+        row("no parameters at all, in the home folder, input empty",
+            QByteArray("#!/bin/sh\necho \"$#\"\npwd\ncat\n"), nil, 10.0,
+            "0\n" + QDir::homePath() + "\n", none);
         // Terminated, logged, and what it wrote comes back.
-        QTest::newRow("outruns its time-out")
-            << QByteArray("#!/bin/sh\necho $$ > \"$1\"\necho partial\nexec sleep 30\n")
-            << QStringList { "PIDFILE" } << 2.0 << "partial\n"
-            << QStringList { "script timeout: script.sh (\n    \"PIDFILE\"\n)" };
-        QTest::newRow("time-out of 0 ends a running script")
-            << QByteArray("#!/bin/sh\nexec sleep 30\n") << QStringList { "nil" } << 0.0 << ""
-            << QStringList { "script timeout: script.sh (null)" };
-        QTest::newRow("output that is not UTF-8")
-            << QByteArray("#!/bin/sh\nprintf '\\377\\376'\n") << QStringList() << 10.0 << "<null>"
-            << QStringList { "error getting result: the output is not valid UTF-8 text" };
-        QTest::newRow("no such script")
-            << QByteArray() << QStringList() << 10.0
-            << "script script.sh failed: execvp: No such file or directory" << QStringList();
-        // clang-format on
+        row("outruns its time-out",
+            QByteArray("#!/bin/sh\necho $$ > \"$1\"\necho partial\nexec sleep 30\n"),
+            QStringList { "PIDFILE" }, 2.0, "partial\n",
+            QStringList { "script timeout: script.sh (\n    \"PIDFILE\"\n)" });
+        row("time-out of 0 ends a running script", QByteArray("#!/bin/sh\nexec sleep 30\n"), nil,
+            0.0, "", QStringList { "script timeout: script.sh (null)" });
+        row("output that is not UTF-8", QByteArray("#!/bin/sh\nprintf '\\377\\376'\n"), none, 10.0,
+            "<null>", QStringList { "error getting result: the output is not valid UTF-8 text" });
+        row("no such script", QByteArray(), none, 10.0,
+            "script script.sh failed: execvp: No such file or directory", none);
     }
 
     void runShellScript()
