@@ -4,6 +4,9 @@
 
 #include <QProcess>
 
+// Where the build puts the helper programs (tests/helpers).
+inline const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
+
 // A child process started for a test and killed when the test ends. The
 // helper programs write "ready" once they behave as asked; waitReady() also
 // waits for another answer line.

@@ -22,8 +22,6 @@
 #include <unistd.h>
 
 namespace {
-const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
-
 QByteArray be(quint32 value, int bytes)
 {
     QByteArray out;

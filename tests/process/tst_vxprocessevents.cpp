@@ -18,7 +18,6 @@
 #include <csignal>
 
 namespace {
-const QString kHelpers = QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers");
 const quint32 kAevt = VXFourCharCode::make("aevt"), kQuit = VXFourCharCode::make("quit");
 const quint32 kAbcd = VXFourCharCode::make("abcd"), kEfgh = VXFourCharCode::make("efgh");
 

@@ -11,7 +11,7 @@
 struct Portal : TestChild
 {
     explicit Portal(const QStringList &args = {})
-        : TestChild(QStringLiteral(QUILLET_BINARY_DIR "/tests/helpers/portalstandin"), args)
+        : TestChild(kHelpers + "/portalstandin", args)
     { }
     bool set(const QString &setting, const QString &ns = "org.freedesktop.appearance")
     {

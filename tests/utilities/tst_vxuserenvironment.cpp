@@ -67,8 +67,6 @@ QDateTime at(int hour, int minute)
     return QDateTime(QDate(2026, 11, 23), QTime(hour, minute));
 }
 
-const QString kHelpers = QUILLET_BINARY_DIR "/tests/helpers";
-
 // A bundle whose executable is a copy of a program (or a script).
 QString makeBundle(const QString &path, const QVariantMap &info, const QByteArray &executable)
 {
