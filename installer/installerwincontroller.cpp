@@ -483,11 +483,22 @@ void InstallerWinController::awakeFromNib()
     m_window->raise();
     m_window->activateWindow();
     m_installButton->setFocus(); // so Return reaches the default button, not the read-me
-    bringInstallerToFront();
+    // Asking the window manager takes a connection of its own and a few
+    // milliseconds: done after the window's first drawing (eventFilter).
+    m_window->installEventFilter(this);
 
     // 21.
     if (systemTooOld)
         showSystemVersionAlert(productName, version, minimum);
+}
+
+bool InstallerWinController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_window && event->type() == QEvent::Paint) {
+        m_window->removeEventFilter(this);
+        QTimer::singleShot(0, this, &InstallerWinController::bringInstallerToFront);
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void InstallerWinController::showSetupError(const QString &message)

@@ -125,6 +125,10 @@ Q_SIGNALS:
     // Emitted when the installer is about to quit (the quit itself is queued).
     void terminating();
 
+protected:
+    // Brings the installer to the front after the window's first drawing.
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     // A function of a module in the bundle's PlugIns folder, loaded on first
     // use and kept; null, with the loader's reason in *error, when missing.

@@ -16,8 +16,8 @@ int main(int argc, char **argv)
     // which takes longer than all the rest of the window's set-up. A worker
     // does it meanwhile; Qt's font database serialises its users, so the
     // window's first font waits for it at most.
-    QThread *fonts = QThread::create([] { QFontMetrics(QApplication::font()).height(); });
-    fonts->start();
+    QThread *warmUp = QThread::create([] { QFontMetrics(QApplication::font()).height(); });
+    warmUp->start();
     vxInstallTranslations(VXBundle::mainBundle().resourcePath());
 
     // Lives until the process ends: the installation thread may still use it
@@ -26,7 +26,7 @@ int main(int argc, char **argv)
         = new InstallerWinController({ QCoreApplication::arguments(), true, QString() });
     controller->awakeFromNib();
     const int status = app.exec();
-    fonts->wait();
-    delete fonts;
+    warmUp->wait();
+    delete warmUp;
     return status;
 }
