@@ -21,6 +21,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFontMetrics>
 #include <QLabel>
 #include <QLibrary>
 #include <QLoggingCategory>
@@ -135,6 +136,10 @@ InstallerWinController::InstallerWinController(Options options, QObject *parent)
 
 InstallerWinController::~InstallerWinController()
 {
+    if (m_fontWarmUp) {
+        m_fontWarmUp->wait();
+        delete m_fontWarmUp;
+    }
     delete m_window;
 }
 
@@ -223,9 +228,10 @@ bool InstallerWinController::loadInterface()
         window = new QWidget;
         showFrame(window, interfaceWindowSize(contents));
     }
+    startFontWarmUp();
     // The window is light or dark as the desktop is. Asked before the widgets
-    // are made, while the fonts are read (main.cpp), so that they are made
-    // with the right palette.
+    // are made, while the fonts are read, so that they are made with the
+    // right palette.
     VXAppearance::followDesktopAppearance();
     if (window) {
         Ui::InstallerWindow().setupUi(window);
@@ -284,6 +290,21 @@ bool InstallerWinController::loadInterface()
     // Closing the window quits, at any time, also during a run.
     QApplication::setQuitOnLastWindowClosed(true);
     return true;
+}
+
+void InstallerWinController::startFontWarmUp()
+{
+    // The first use of a font reads the font configuration and its caches,
+    // which takes longer than all the rest of the set-up. A worker does it
+    // while the widgets are made and filled; Qt's font database serialises
+    // its users, so the first widget that needs a font waits for it at most.
+    // It starts once the window is mapped: before, it would compete with the
+    // X server for the processor.
+    m_fontWarmUp = QThread::create([] { QFontMetrics(QApplication::font()).height(); });
+    m_fontWarmUp->start();
+    // Never left running while the application's statics go.
+    connect(qApp, &QCoreApplication::aboutToQuit, m_fontWarmUp,
+        [thread = m_fontWarmUp] { thread->wait(); });
 }
 
 void InstallerWinController::redirectOutputToLog()

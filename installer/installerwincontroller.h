@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
+#include <QThread>
 #include <QVariantMap>
 
 class QLabel;
@@ -134,6 +135,7 @@ private:
     // use and kept; null, with the loader's reason in *error, when missing.
     static QFunctionPointer plugInFunction(const char *file, const char *symbol, QString *error);
     bool loadInterface();
+    void startFontWarmUp();
     void redirectOutputToLog();
     void showSystemVersionAlert(
         const QString &productName, const QString &version, const QString &minimum);
@@ -167,4 +169,5 @@ private:
     QString m_titleFormat;
     QString m_introFormat;
     QString m_interfaceError;
+    QThread *m_fontWarmUp = nullptr;
 };
