@@ -68,6 +68,7 @@ QPixmap loadImage(const QString &path, int edge = 128)
     const QImage image = Workspace::readImage(path, edge);
     return image.isNull() ? QPixmap() : QPixmap::fromImage(image);
 }
+
 // The size the interface file gives its window ("geometry" of the top-level
 // widget), or an invalid size.
 QSize interfaceWindowSize(const QByteArray &contents)
@@ -114,8 +115,8 @@ void centre(QWidget *window)
 
 // The window appears at once, at its interface file's size, before it holds
 // anything: its contents need the font configuration, whose first reading
-// takes longer than all the rest of the set-up. They are laid out and
-// painted when set-up is done, within the same turn of the event loop.
+// takes longer than all the rest of the set-up. Set-up then makes and fills
+// them, and they are drawn in the first turn of the event loop.
 void showFrame(QWidget *window, QSize size)
 {
     if (!size.isValid())
