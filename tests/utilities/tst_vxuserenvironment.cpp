@@ -57,6 +57,15 @@ bool gnomeSchemas()
     return gsettings({ "list-keys", "org.gnome.desktop.notifications" });
 }
 
+// Returns once the desktop's settings have been quiet for half a second:
+// GNOME's settings (through dconf) and kdeglobals announce a change, or a
+// clean-up's reset, some time after it was made.
+void settle()
+{
+    QSignalSpy spy(Notifier::instance(), &Notifier::changed);
+    for (int i = 0; i < 20 && spy.wait(500); ++i) { }
+}
+
 QString kdeglobals()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/kdeglobals";
@@ -258,12 +267,14 @@ private Q_SLOTS:
                 return args.at(0).toString() == "AppleInterfaceThemeChangedNotification";
             });
         };
+        settle();
         QVERIFY(!VXUtilities::darkAppearance());
         if (gnomeSchemas()) {
             QVERIFY(
                 gsettings({ "set", "org.gnome.desktop.interface", "gtk-theme", "Adwaita-dark" }));
             QTRY_VERIFY(themeChanges() > 0);
             QVERIFY(VXUtilities::darkAppearance() && VXUtilities::darkMenuTheme());
+            settle();
         }
         QSignalSpy changes(Notifier::instance(), &Notifier::changed);
         Portal portal;
