@@ -18,42 +18,19 @@
 #include <QString>
 
 namespace {
-struct Interface
+GSettings *gnome()
 {
-    GSettings *settings = nullptr;
-    GSettingsSchema *schema = nullptr;
-    bool has(const char *key) const
-    {
-        return settings && gio()->p_g_settings_schema_has_key(schema, key);
-    }
-    QString string(const char *key) const
-    {
-        if (!has(key))
-            return QString();
-        gchar *value = gio()->p_g_settings_get_string(settings, key);
-        const QString s = QString::fromUtf8(value);
-        gio()->p_g_free(value);
-        return s;
-    }
-};
+    return vxDesktopSettings("org.gnome.desktop.interface");
+}
 
-const Interface &interface()
+QString string(const char *key)
 {
-    // Made once and kept: a GSettings object is what receives the changes.
-    static const Interface gnome = [] {
-        Interface i;
-        const GioApi *api = gio();
-        GSettingsSchemaSource *source
-            = api ? api->p_g_settings_schema_source_get_default() : nullptr;
-        if (!source)
-            return i;
-        i.schema
-            = api->p_g_settings_schema_source_lookup(source, "org.gnome.desktop.interface", TRUE);
-        if (i.schema)
-            i.settings = api->p_g_settings_new_full(i.schema, nullptr, nullptr);
-        return i;
-    }();
-    return gnome;
+    if (!vxDesktopSettingsHaveKey(gnome(), key))
+        return QString();
+    gchar *value = gio()->p_g_settings_get_string(gnome(), key);
+    const QString s = QString::fromUtf8(value);
+    gio()->p_g_free(value);
+    return s;
 }
 
 void onChanged(GSettings *, const gchar *key, gpointer data)
@@ -66,15 +43,14 @@ void onChanged(GSettings *, const gchar *key, gpointer data)
 
 std::optional<DesktopAppearance::ColorScheme> DesktopAppearancePlatform::gnomeColorScheme()
 {
-    const Interface &gnome = interface();
-    if (!gnome.settings)
+    if (!gnome())
         return std::nullopt;
-    const QString scheme = gnome.string("color-scheme");
+    const QString scheme = string("color-scheme");
     if (scheme == QLatin1String("prefer-dark"))
         return ColorScheme::Dark;
     if (scheme == QLatin1String("prefer-light"))
         return ColorScheme::Light;
-    const QString theme = gnome.string("gtk-theme");
+    const QString theme = string("gtk-theme");
     if (theme.endsWith(QLatin1String("-dark"), Qt::CaseInsensitive)
         || theme.endsWith(QLatin1String(":dark"), Qt::CaseInsensitive))
         return ColorScheme::Dark;
@@ -91,7 +67,7 @@ std::optional<DesktopAppearance::Rgb> DesktopAppearancePlatform::gnomeAccentColo
     } names[] = { { "blue", 0x3584e4 }, { "teal", 0x2190a4 }, { "green", 0x3a944a },
         { "yellow", 0xc88800 }, { "orange", 0xed5b00 }, { "red", 0xe62d42 }, { "pink", 0xd56199 },
         { "purple", 0x9141ac }, { "slate", 0x6f8396 } };
-    const QString accent = interface().string("accent-color");
+    const QString accent = string("accent-color");
     for (const auto &n : names) {
         if (accent == QLatin1String(n.name))
             return Rgb { ((n.rgb >> 16) & 0xff) / 255.0, ((n.rgb >> 8) & 0xff) / 255.0,
@@ -102,12 +78,11 @@ std::optional<DesktopAppearance::Rgb> DesktopAppearancePlatform::gnomeAccentColo
 
 void DesktopAppearancePlatform::watchGnome(const std::function<void()> &changed)
 {
-    const Interface &gnome = interface();
-    if (!gnome.settings)
+    if (!gnome())
         return;
-    gio()->p_g_signal_connect_data(gnome.settings, "changed", G_CALLBACK(onChanged),
+    gio()->p_g_signal_connect_data(gnome(), "changed", G_CALLBACK(onChanged),
         new std::function<void()>(changed), nullptr, GConnectFlags(0));
     // GSettings announces only keys that were read since a handler was connected.
     for (const char *key : { "color-scheme", "gtk-theme", "accent-color" })
-        gnome.string(key);
+        string(key);
 }

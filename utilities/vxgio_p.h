@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Quillet developers
 // SPDX-License-Identifier: MIT
 //
-// GIO's settings, loaded the first time a desktop setting is read: most
+// Desktop settings through GSettings (GIO), where GNOME and most GTK
+// desktops keep them. GIO is loaded the first time a setting is read: most
 // programs never ask, and loading GIO with its dependencies at start costs
 // a program about 3 ms before main() (bench/installer/start-up.sh).
 #pragma once
@@ -25,3 +26,13 @@
 
 // nullptr where GIO is not installed: then no desktop setting has a value.
 VX_LAZY_LIBRARY_DECLARE(GioApi, gio, VX_GIO_FUNCTIONS)
+
+// The settings of a schema, made on first use and kept: reading stays cheap,
+// and a GSettings object is what hears the schema's changes (in the GLib
+// main context of the thread that made it). nullptr where GIO or the schema
+// is not installed. Any thread.
+GSettings *vxDesktopSettings(const char *schema);
+
+// Whether the settings' schema has the key: a key the installed schema lacks
+// has no value.
+bool vxDesktopSettingsHaveKey(GSettings *settings, const char *key);
