@@ -69,38 +69,25 @@ QPixmap loadImage(const QString &path, int edge = 128)
     return image.isNull() ? QPixmap() : QPixmap::fromImage(image);
 }
 
-// The size the interface file gives its window ("geometry" of the top-level
-// widget), or an invalid size.
+// The size the interface file gives its window, or an invalid size. The
+// form's own properties come before its children, so the first "geometry"
+// is the window's.
 QSize interfaceWindowSize(const QByteArray &contents)
 {
     QXmlStreamReader xml(contents);
-    int depth = 0;
-    bool inGeometry = false;
+    bool geometry = false;
     QSize size;
-    while (!xml.atEnd()) {
-        switch (xml.readNext()) {
-        case QXmlStreamReader::StartElement:
-            ++depth;
-            // <ui><widget><property name="geometry"><rect>...
-            if (depth == 3 && xml.name() == QLatin1String("property"))
-                inGeometry
-                    = xml.attributes().value(QLatin1String("name")) == QLatin1String("geometry");
-            else if (inGeometry && xml.name() == QLatin1String("width"))
-                size.setWidth(xml.readElementText().toInt());
-            else if (inGeometry && xml.name() == QLatin1String("height"))
-                size.setHeight(xml.readElementText().toInt());
-            if (xml.tokenType() == QXmlStreamReader::EndElement)
-                --depth; // readElementText() ends on the element's end
-            break;
-        case QXmlStreamReader::EndElement:
-            if (depth-- == 3 && inGeometry)
-                return size;
-            break;
-        default:
-            break;
-        }
+    while (xml.readNext() != QXmlStreamReader::Invalid && !xml.atEnd() && size.height() <= 0) {
+        if (!xml.isStartElement())
+            continue;
+        if (xml.name() == QLatin1String("property"))
+            geometry = xml.attributes().value(QLatin1String("name")) == QLatin1String("geometry");
+        else if (geometry && xml.name() == QLatin1String("width"))
+            size.setWidth(xml.readElementText().toInt());
+        else if (geometry && xml.name() == QLatin1String("height"))
+            size.setHeight(xml.readElementText().toInt());
     }
-    return QSize();
+    return size;
 }
 
 // Centred on the screen, where the window shows.
